@@ -1,0 +1,18 @@
+# Every preset lays out a complete agent home in its build folder as it builds, so that tests, demo and
+# bench run what a user gets: lib/ bin/ etc/ msg/ codeset/ logs/. `cmake --install` writes the same layout.
+set(VELORA_HOME "${CMAKE_BINARY_DIR}/home")
+file(MAKE_DIRECTORY "${VELORA_HOME}/lib" "${VELORA_HOME}/bin" "${VELORA_HOME}/etc"
+     "${VELORA_HOME}/msg" "${VELORA_HOME}/codeset" "${VELORA_HOME}/logs")
+
+# Builds a library target straight into <home>/lib and installs it to lib/.
+function(velora_home_library target)
+    set_target_properties(${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY "${VELORA_HOME}/lib"
+                          BUILD_RPATH "$ORIGIN")
+    install(TARGETS ${target} LIBRARY DESTINATION lib)
+endfunction()
+
+# Builds a program straight into <home>/bin and installs it to bin/.
+function(velora_home_program target)
+    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${VELORA_HOME}/bin")
+    install(TARGETS ${target} RUNTIME DESTINATION bin)
+endfunction()

@@ -1,0 +1,23 @@
+# The compiler flags of every target of this project, carried by one interface target.
+set(VELORA_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize= (empty: none)")
+
+add_library(velora_flags INTERFACE)
+target_compile_options(velora_flags INTERFACE
+    -Wall -Wextra -Werror -fvisibility=hidden -fvisibility-inlines-hidden
+    -fno-omit-frame-pointer)
+if(VELORA_SANITIZE)
+    target_compile_options(velora_flags INTERFACE -fsanitize=${VELORA_SANITIZE} -fno-sanitize-recover=all)
+    target_link_options(velora_flags INTERFACE -fsanitize=${VELORA_SANITIZE})
+endif()
+
+# A shared library that a foreign process loads: it brings its own C++ runtime along, shows nothing
+# but the symbols of its version script, finds its sisters beside itself and leaves no symbol open.
+function(velora_hosted_library target version_script)
+    target_link_options(${target} PRIVATE
+        "-Wl,--version-script=${version_script}" -Wl,--exclude-libs,ALL -Wl,-z,relro,-z,now)
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS "${version_script}"
+                          BUILD_RPATH_USE_ORIGIN ON INSTALL_RPATH "$ORIGIN")
+    if(NOT VELORA_SANITIZE)  # a sanitizer's runtime wants the shared C++ runtime
+        target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--no-undefined)
+    endif()
+endfunction()

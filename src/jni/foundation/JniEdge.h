@@ -1,0 +1,32 @@
+// The skin of every native: nothing is thrown into the VM.
+#pragma once
+
+#include <exception>
+#include <utility>
+
+// Logs the failure of a native, once per native and reason (1102).
+void noteNativeFailure(const char* native, const char* reason) noexcept;
+
+// Runs body so that no C++ exception leaves it; a failure is logged and onFailure returned.
+template <typename Result, typename Body>
+Result atJniEdge(const char* native, Result onFailure, Body&& body) noexcept {
+    try {
+        return std::forward<Body>(body)();
+    } catch (const std::exception& e) {
+        noteNativeFailure(native, e.what());
+    } catch (...) {
+        noteNativeFailure(native, "unknown exception");
+    }
+    return onFailure;
+}
+
+template <typename Body>
+void atJniEdge(const char* native, Body&& body) noexcept {
+    try {
+        std::forward<Body>(body)();
+    } catch (const std::exception& e) {
+        noteNativeFailure(native, e.what());
+    } catch (...) {
+        noteNativeFailure(native, "unknown exception");
+    }
+}
