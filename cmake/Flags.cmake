@@ -1,6 +1,8 @@
 # The compiler flags of every target of this project, carried by one interface target.
 set(VELORA_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize= (empty: none)")
 
+option(VELORA_LOOSE_LINK "Let programs link while floors are still missing" OFF)
+
 add_library(velora_flags INTERFACE)
 target_compile_options(velora_flags INTERFACE
     -Wall -Wextra -Werror -fvisibility=hidden -fvisibility-inlines-hidden
@@ -18,6 +20,9 @@ function(velora_hosted_library target version_script)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS "${version_script}"
                           BUILD_RPATH_USE_ORIGIN ON INSTALL_RPATH "$ORIGIN")
     if(NOT VELORA_SANITIZE)  # a sanitizer's runtime wants the shared C++ runtime
-        target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--no-undefined)
+        target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+        if(NOT VELORA_LOOSE_LINK)
+            target_link_options(${target} PRIVATE -Wl,--no-undefined)
+        endif()
     endif()
 endfunction()
