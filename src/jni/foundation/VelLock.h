@@ -36,17 +36,19 @@ private:
     static std::atomic<JVMPI_RawMonitor> globalLock_;
 };
 
-// Holds a VelLock for a scope. A lock that cannot be made (no VM interface yet) is passed without holding.
+// Holds a VelLock for a scope. A null lock and one that cannot be made (no VM interface yet) are passed
+// without holding.
 class VelLockGuard {
 public:
-    explicit VelLockGuard(VelLock& lock) : lock_(lock), held_(lock.enterLock()) {}
+    explicit VelLockGuard(VelLock& lock) : VelLockGuard(&lock) {}
+    explicit VelLockGuard(VelLock* lock)
+        : lock_(lock != nullptr && lock->enterLock() ? lock : nullptr) {}
     ~VelLockGuard() {
-        if (held_) lock_.exitLock();
+        if (lock_ != nullptr) lock_->exitLock();
     }
     VelLockGuard(const VelLockGuard&) = delete;
     VelLockGuard& operator=(const VelLockGuard&) = delete;
 
 private:
-    VelLock& lock_;
-    bool held_;
+    VelLock* lock_;  // null: not held
 };
