@@ -1,0 +1,16 @@
+# The JDK that compiles the Java side and whose headers declare JNI and JVMTI: JAVA_HOME when set, else the one
+# behind javac, else Debian's JDK 17. Sets VELORA_JDK, JNI_INCLUDE_DIRS, VELORA_JAVAC and VELORA_JAVA.
+find_program(javac_on_path javac HINTS "$ENV{JAVA_HOME}/bin" PATHS /usr/lib/jvm/java-17-openjdk-amd64/bin)
+if(NOT javac_on_path)
+    message(FATAL_ERROR "No javac found: install openjdk-17-jdk-headless or set JAVA_HOME to a JDK")
+endif()
+file(REAL_PATH "${javac_on_path}" javac_real)
+get_filename_component(jdk_bin "${javac_real}" DIRECTORY)
+get_filename_component(VELORA_JDK "${jdk_bin}" DIRECTORY)
+if(NOT EXISTS "${VELORA_JDK}/include/jvmti.h")
+    message(FATAL_ERROR "${VELORA_JDK} holds no include/jvmti.h: it is no full JDK; set JAVA_HOME to one")
+endif()
+set(JNI_INCLUDE_DIRS "${VELORA_JDK}/include" "${VELORA_JDK}/include/linux")
+set(VELORA_JAVAC "${VELORA_JDK}/bin/javac")
+set(VELORA_JAVA "${VELORA_JDK}/bin/java")
+message(STATUS "JDK: ${VELORA_JDK}")
