@@ -1,0 +1,67 @@
+// Heap dump analysis: takes a heap dump through the VM interface, walks its records once and sums
+// the objects up by class in a text of comma-separated lines.
+//
+// The counters, the class table and the summary are single global instances: two analyses at the
+// same time are refused by the native (result 2), everything else here has one caller, the dump's
+// own thread.
+#pragma once
+
+#include <jni.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "jvmpi/jvmpi.h"
+
+// What the VM tells of a class in a class-load event that was asked for during a dump.
+struct ClassLoadRecord {
+    char class_name[512] = {};           // cut, always terminated
+    jint num_interfaces = 0;             // direct ones
+    std::size_t static_fields_size = 0;  // bytes of all static fields as a dump writes them
+    jint num_methods = 0;
+    jobjectID class_id = nullptr;
+};
+
+// The event dispatcher fills this from requested class-load events while a dump is being processed;
+// getClassData() reads it right after its request, on the same thread.
+extern ClassLoadRecord class_load;
+void fillClassLoadRecord(const JVMPI_Event* event);
+
+// Bytes that a field of that signature takes in a dump: Z B 1, C S 2, I F 4, J D L [ 8, else 0.
+std::size_t getSignatureTypeSize(char signature);
+
+// 0: a dump can be afforded now, 1: not enough memory.
+int testHeapEnvironment(JNIEnv* env);
+// Asks the VM for a level-2 dump, which arrives through the dispatcher before this returns. Always
+// 0.
+int getHeapDump();
+// Called by the dispatcher with the dump's bytes: the summary of [begin, end) becomes ClzSumStr.
+void processHeapDump(char* begin, char* end);
+
+// The summary text, allocated with malloc; null when there is no memory for it. A damaged dump is
+// read up to the damage.
+[[nodiscard]] char* readHeapDump(const char* begin, const char* end);
+
+// The number after the last "-Xmx" of a command line as atoi reads it, so "-Xmx512m" gives 512; 128
+// when missing or 0.
+int maxHeapFromCommandLine(const std::vector<std::string>& arguments);
+
+extern "C" {
+
+JNIEXPORT jint JNICALL
+Java_com_velora_command_heap_HeapUtil_testHeapDumpEnvironmentNative(JNIEnv* env, jobject self);
+// Appends the summary to a StringBuffer. 0; 1 not enough memory, 2 another analysis is running, 3
+// the append failed in Java.
+JNIEXPORT jint JNICALL Java_com_velora_command_heap_HeapUtil_getHeapSnapShotData(JNIEnv* env,
+                                                                                 jobject self,
+                                                                                 jobject buffer);
+
+// "(IILjava/lang/String;)V": method and source line of the allocation, class of the new object.
+JNIEXPORT void JNICALL Java_com_velora_probe_heap_HeapAnalysisRuntime_nativeHeapAllocationStart(
+    JNIEnv* env, jclass self, jint methodId, jint lineNumber, jstring className);
+JNIEXPORT void JNICALL Java_com_velora_probe_heap_HeapAnalysisRuntime_nativeHeapAllocationEnd(
+    JNIEnv* env, jclass self, jint methodId, jint lineNumber, jstring className);
+
+}  // extern "C"
