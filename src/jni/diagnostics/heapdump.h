@@ -9,25 +9,10 @@
 #include <jni.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "jvmpi/jvmpi.h"
-
-// What the VM tells of a class in a class-load event that was asked for during a dump.
-struct ClassLoadRecord {
-    char class_name[512] = {};           // cut, always terminated
-    jint num_interfaces = 0;             // direct ones
-    std::size_t static_fields_size = 0;  // bytes of all static fields as a dump writes them
-    jint num_methods = 0;
-    jobjectID class_id = nullptr;
-};
-
-// The event dispatcher fills this from requested class-load events while a dump is being processed;
-// getClassData() reads it right after its request, on the same thread.
-extern ClassLoadRecord class_load;
-void fillClassLoadRecord(const JVMPI_Event* event);
+#include "instrument/class_load.h"
 
 // Bytes that a field of that signature takes in a dump: Z B 1, C S 2, I F 4, J D L [ 8, else 0.
 std::size_t getSignatureTypeSize(char signature);
