@@ -1,0 +1,33 @@
+package com.velora.agent;
+
+import com.velora.bcm.bootstrap.BcmBootstrap;
+import com.velora.probe.ProbeController;
+import com.velora.probe.ProbeSystem;
+import com.velora.probe.ProbeUtils;
+import com.velora.probe.event.EventAgent;
+import com.velora.probe.event.NetworkAgent;
+import com.velora.publish.pe_lookup;
+
+/** Starts the collector in its fixed order: singletons, managers, then one daemon thread per worker loop. */
+final class Collector {
+    private Collector() {
+    }
+
+    /** False when the collector cannot work in this VM; its own log says why. */
+    static boolean start(AgentOptions options) {
+        pe_lookup.use(options.publishServers());
+        ProbeSystem.initialize();
+        if (!ProbeUtils.customServiceStart()) {
+            return false;
+        }
+        BcmBootstrap.bindRuntimeNatives();
+        ProbeController.startNativeProbe();
+        for (int id = 0; id < NetworkAgent.getNetAgentCount(); id++) {
+            Workers.start("network", id, new NetworkAgent()::startThread);
+        }
+        for (int id = 0; id < EventAgent.getEvtAgentCount(); id++) {
+            Workers.start("event", id, new EventAgent()::startThread);
+        }
+        return true;
+    }
+}

@@ -1,0 +1,37 @@
+package com.velora.agent;
+
+import com.velora.instrument.ServletTransformer;
+import com.velora.probe.servlet.ServletProbe;
+
+import java.lang.instrument.Instrumentation;
+
+/**
+ * Where the Java side begins, whichever way the agent came in: started by the native agent through the VM's
+ * own instrument library, or by -javaagent. It runs before the application's main method and lets nothing out:
+ * whatever fails here, the application starts.
+ */
+public final class Premain {
+    private Premain() {
+    }
+
+    public static void premain(String arguments, Instrumentation instrumentation) {
+        try {
+            start(arguments, instrumentation);
+        } catch (Throwable t) { // LinkageError too: the server runs on without us
+            AgentLog.error("The Velora agent could not start; the application runs unmonitored", t);
+        }
+    }
+
+    private static synchronized void start(String arguments, Instrumentation instrumentation) {
+        AgentOptions options = AgentOptions.parse(arguments);
+        if (!options.enabled()) {
+            return;
+        }
+        NativeLibrary.ensureLoaded();
+        options.reportProblems();
+        ServletTransformer.install(instrumentation);
+        if (Collector.start(options)) {
+            ServletProbe.switchOn();
+        }
+    }
+}
