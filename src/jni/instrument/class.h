@@ -66,7 +66,7 @@ public:
     jclass_t* next = nullptr;      // guarded by class_list_lock
     bool registered = false;
 
-    static VelOsLock* unLoadLock_;
+    static std::atomic<VelOsLock*> unLoadLock_;
     static std::atomic<bool> isCleanupInProgress_;
 
     // Allocates `methods` for count entries (negative: none) and sets num_methods.
@@ -75,12 +75,15 @@ public:
 private:
 };
 
-extern jclass_t** class_hash;  // one bucket head, a sentinel; null until createClassTable
-extern VelOsLock* class_list_lock;
-extern VelOsLock* ClassSequenceLock;
+extern std::atomic<jclass_t**>
+    class_hash;  // one bucket head, a sentinel; null until createClassTable
+extern std::atomic<VelOsLock*> class_list_lock;
+extern std::atomic<VelOsLock*> ClassSequenceLock;
 extern ULONG ClassSequenceID;              // last number handed out; guarded by ClassSequenceLock
 extern std::atomic<ULONG> cleanupCounter;  // unloads since the last sweep
 
+// The pointers themselves are atomics: they are set by the thread that starts the custom service
+// and read by threads that nothing orders after it.
 void initClassTableLock();  // class_list_lock and jclass_t::unLoadLock_; safe to call again
 void endClassTableLock();
 void initClassSequenceLock();

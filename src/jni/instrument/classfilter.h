@@ -16,11 +16,14 @@ enum ClassFilter : int {
 // any; reads whichever lists are published at that moment.
 int isClassFiltered(const char* className);
 
-// Null-terminated arrays of C strings, null until set. ProbeMgr::setIncludeExcludeList owns and
-// replaces them; a list that was replaced is kept alive until the next replacement, so that a
-// thread which was reading it finishes safely.
+// Null-terminated arrays of C strings, null until set; ProbeMgr::setIncludeExcludeList owns them
+// and replaces them through publishFilterLists.
 extern std::atomic<char**> include_list;
 extern std::atomic<char**> exclude_list;
+
+// Puts both lists in force at once. When it returns nobody reads the former ones any more, so that
+// their owner may free them.
+void publishFilterLists(char** include, char** exclude);
 
 extern const char* const internal_include_list[];  // always instrumented
 extern const char* const primitive_list[];         // names never registered as classes

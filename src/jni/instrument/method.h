@@ -47,6 +47,16 @@ public:
     jclass_t* clazz = nullptr;                  // borrowed: the owning class
     std::atomic<jmethod_t*> next{nullptr};      // chain of the method table
     int type = -1;                              // 0: declared by the method-level module
+
+private:
+    friend void deleteMethodTable();
+    static void unlinkLocked(jmethod_t* before, jmethod_t* method);  // caller holds the stripe lock
+    void unlink();
+
+    // Where the record is linked, whatever its id says by now. A record that dies while linked
+    // takes itself out, so that no chain ever leads into freed memory.
+    std::atomic<bool> linked_{false};
+    ULONG bucket_ = 0;  // valid while linked_
 };
 
 constexpr int kMethodMonitors = 67;
