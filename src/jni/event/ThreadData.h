@@ -1,0 +1,142 @@
+// One monitored thread: who it is, the state of its request in flight, its memory counters, and the
+// queue in which its events wait for the event agent.
+//
+// Ownership: made and deleted by ThreadMgr; owns its queue, the events in it and its texts.
+// Threads: the monitored thread itself ("owner") writes; event agents and administrative natives
+// read, so what they see is atomic. Everything else is the owner's alone. Relaxed order is enough
+// for counters and flags; alive_ is released and acquired, so who sees the thread ended sees its
+// last writes. The special queue of an event agent manager's leader has several appending threads.
+#pragma once
+
+#include <jni.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "foundation/VelList.h"
+#include "foundation/VeloraBase.h"
+#include "jvmpi/jvmpi.h"
+
+class DroppedEvent;
+class Event;
+
+class ThreadData : public virtual VeloraBase {
+public:
+    // From a thread-start event: takes over env_id and copies of the names; null leaves them unset.
+    explicit ThreadData(JVMPI_Event* event);
+    // For a thread first seen in a native: the names stay null.
+    explicit ThreadData(JNIEnv* env);
+    // Deletes the events that still wait; those are counted and logged (1142).
+    ~ThreadData() override;
+
+    void initialize();
+
+    // Queues an event and takes ownership whatever the answer. False, with the event deleted: the
+    // queue is full (counted for the next drop record), the thread has ended, or evt is null (both
+    // logged).
+    bool appendEvent(Event* evt);
+
+    // The highest thread CPU time (ns) seen so far, t included: readings of one thread never go
+    // back.
+    jlong saveAndTestCPUTime(jlong t) {
+        // A load and a store instead of a compare-exchange: an owner has no competitor. Threads
+        // that share the special queue may overtake one another, but their clocks differ anyway.
+        const jlong last = lastCpuTime_.load(std::memory_order_relaxed);
+        if (t <= last) return last;
+        lastCpuTime_.store(t, std::memory_order_relaxed);
+        return t;
+    }
+
+    // The thread ends (called on that thread): no event is accepted any more, the queue is still
+    // drained.
+    void resetOnThreadEnd();
+    void deleteInFlightData();
+
+    // Events refused because the queue was full, since the last call: moved into the six counts of
+    // a drop record (added to what it carries). START events count as start, all other phases as
+    // end; METHOD and SQL apart, everything else as requests.
+    void takeRefusedCounts(DroppedEvent* into);
+    bool hasRefusedCounts() const;
+    // A capture call made no event because the memory limit had been reached.
+    void countGatedCall() { gatedCalls_.fetch_add(1, std::memory_order_relaxed); }
+    std::uint32_t takeGatedCalls() { return gatedCalls_.exchange(0, std::memory_order_relaxed); }
+
+    VelList<Event*>* getEvtQueue() const { return evtQueue_; }
+    long getEvtQueueSize();
+    char* getThreadName() const { return threadName_.load(std::memory_order_acquire); }
+    char* getGroupName() const { return groupName_.load(std::memory_order_acquire); }
+    // Takes ownership of an array; what it replaces lives on until the record dies, a reader may
+    // hold it.
+    void setThreadName(char* name);
+    void setGroupName(char* name);
+    JNIEnv* getThreadId() const { return threadId_; }
+    std::uint32_t getThreadIntId() const { return threadIntId_.load(std::memory_order_relaxed); }
+    int getPID() const { return pid_.load(std::memory_order_relaxed); }
+    int getPPID() const { return ppid_.load(std::memory_order_relaxed); }
+    char* getSQL() const { return sql_; }
+    void setSQL(char* sql) {
+        sql_ = sql;
+    }  // takes ownership; the caller has dealt with the old one
+    char* getDSName() const { return dataSourceName_; }
+    void setDSName(char* name) { dataSourceName_ = name; }  // likewise
+    bool isSuspended() const { return suspended_.load(std::memory_order_relaxed); }
+    void setSuspended(bool on) { suspended_.store(on, std::memory_order_relaxed); }
+    int getServletDepth() const { return servletDepth_; }
+    void setServletDepth(int depth) { servletDepth_ = depth; }
+    bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
+    void setCancelled(bool on) { cancelled_.store(on, std::memory_order_relaxed); }
+    char* getPortalPageName() const { return portalPageName_; }
+    void setPortalPageName(char* name);  // takes ownership, frees the previous one
+    bool isAlive() const { return alive_.load(std::memory_order_acquire); }
+
+    std::atomic<int> pid_{0};  // process of the thread where each thread is a process; 0 until set
+    std::atomic<int> ppid_{0};
+    std::atomic<jlong> lastCpuTime_{0};  // ns
+    char* sql_ = nullptr;                // owned: statement in flight
+    char* dataSourceName_ = nullptr;     // owned: its data source
+    std::atomic<bool> suspended_{false};
+    std::atomic<bool> cancelled_{false};
+    int dataSrcSQLDepth_ = 0;
+    int servletDepth_ = 0;
+    int nestedRequestDepth_ = 0;                 // requests swallowed by nested-request suppression
+    jbyte* gpsToken_ = nullptr;                  // owned: correlation token in flight
+    std::atomic<int> droppedEventCounter_{0};    // refused since the event agent last told the log
+    std::atomic<bool> sentDroppedEvent_{false};  // a marker waits since the queue became full
+    char* portalPageName_ = nullptr;             // owned
+    std::atomic<char*> threadName_{nullptr};     // owned
+    std::atomic<char*> groupName_{nullptr};      // owned
+    // Bytes of events queued and taken off again; they wrap, only differences mean anything.
+    std::atomic<std::uint32_t> jniAddCounter_{0};
+    std::atomic<std::uint32_t> jniDeleteCounter_{0};
+    std::atomic<std::uint32_t> jvmpiAddCounter_{0};
+    std::atomic<std::uint32_t> jvmpiDeleteCounter_{0};
+    VelList<Event*>* evtQueue_ = nullptr;       // owned
+    std::atomic<bool> dropRecordsFlag_{false};  // this thread has been told that capture stopped
+    std::atomic<bool> alive_{true};
+    JNIEnv* threadId_ = nullptr;                 // key in ThreadMgr's table
+    std::atomic<std::uint32_t> threadIntId_{0};  // id in records; 0 until ThreadMgr gives one
+
+private:
+    friend class ThreadMgr;
+    // What is left to do before the memory may go: steps 1 and 2 of the destruction, without
+    // freeing what another thread might still look at.
+    void retire();
+    long deleteQueuedEvents();
+    bool refuse(Event* evt);
+    bool queueEvent(Event* evt);
+
+    enum RefusedClass {
+        kRecStart,
+        kRecEnd,
+        kMethStart,
+        kMethEnd,
+        kSqlStart,
+        kSqlEnd,
+        kRefusedClasses
+    };
+    std::atomic<std::int32_t> refused_[kRefusedClasses] = {};
+    std::atomic<std::uint32_t> gatedCalls_{0};
+    std::vector<std::unique_ptr<char[]>> formerNames_;  // replaced names, kept for late readers
+};

@@ -1,0 +1,126 @@
+// Finds a monitored thread's ThreadData by its JNIEnv*, creating it on the thread's first call, and
+// gives each thread a small integer id.
+//
+// Ownership: owns every ThreadData until the event agent that drained it calls deleteThreadData(),
+// or stop() takes them all. Threads: any VM thread once start() has returned. A record that a
+// look-up has returned stays valid for the asking thread until that thread looks up others or ends,
+// even if it is deleted meanwhile (RecordPins.h): a deleted record accepts nothing, its memory goes
+// when nobody can be looking at it. Lock order: threadDataLock_, then a bucket lock inside
+// thrTable_. lock_ guards only the ring of stopped ids and is never held together with another
+// lock.
+#pragma once
+
+#include <jni.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <set>
+
+#include "foundation/VelHashTable.h"
+#include "foundation/VelLock.h"
+#include "foundation/VeloraBase.h"
+#include "jvmpi/jvmpi.h"
+
+class ThreadData;
+
+using JNIEnvMap = std::map<std::uint32_t, JNIEnv*>;
+
+enum _LinuxThreadModel {
+    EachThreadIsAProcess = 0,
+    AllThreadsInOneProcess = 1,
+    ThreadModelUnknown = 2,
+};
+
+// The process ids of one record, detached from it.
+class ThreadDataCopy {
+public:
+    ThreadDataCopy(int pid, int ppid) : pid_(pid), ppid_(ppid) {}
+    int getPID() const { return pid_; }
+    int getPPID() const { return ppid_; }
+
+private:
+    int pid_;
+    int ppid_;
+};
+
+class ThreadMgr : public virtual VeloraBase {
+public:
+    ThreadMgr();
+    ~ThreadMgr() override;
+    static ThreadMgr* getInstance();  // made on first call
+    static void destroy();
+
+    void initialize() {}
+    bool initializeAfterJVMPI() { return true; }
+    void start();
+    void stop();
+    bool isReady() const { return start_.load(std::memory_order_acquire); }
+
+    // The calling thread's record, created on its first call. Null: not started, env is null, or no
+    // event agent can take the thread.
+    ThreadData* getThreadData(JNIEnv* env);
+    ThreadData* getThreadData(JVMPI_Event* evt);
+    ThreadData* getThreadLocalStorage(JNIEnv* env) { return getThreadData(env); }
+    ThreadData* getThreadDataIfPresent(JNIEnv* env);  // never creates
+    // The first record whose group and thread name both equal the given ones.
+    ThreadData* getThreadData(char* grpname, char* thrname);
+    ThreadData* createThreadData(JNIEnv* env);
+    // The record of the event agents' own queue; needs neither start() nor a ready event agent
+    // manager.
+    ThreadData* createSpecialEventQueue(JNIEnv* env);
+
+    // Deletes a record that has been unregistered before. Every event still queued is counted and
+    // logged.
+    bool deleteThreadData(ThreadData* data);
+    bool removeThreadData(JNIEnv* env);  // from table and map; the record lives on
+    bool updateOnThreadEnd(JNIEnv* tid);
+    // Whether the pointer is a record that has not been deleted: for who keeps records across a
+    // stop().
+    bool owns(const ThreadData* data);
+
+    int getThreadCount();
+    bool threadExists(int id);
+    JNIEnv* findJNIEnv(unsigned id);  // null when absent
+    bool findThreadId(JNIEnv* env, unsigned* id);
+    // The integer id when the thread is known, else the pointer's value. Intended: Java gets its
+    // low half.
+    std::uintptr_t CastThreadId(JNIEnv* env);
+    bool removeThreadFromMap(unsigned id);
+    bool removeThreadFromMap(JNIEnv* env);
+
+    void setThreadStopped(unsigned id);
+    int
+    getAllStoppedThreadIDs();  // collects and empties the ring; the ids stand in stoppedTIDCopyArr_
+    // One copy per record, null-terminated; null when there is none. The caller frees copies and
+    // array.
+    ThreadDataCopy** getAllThreadDataCopies();
+    int setLinuxThreadingModel(int processId);
+    _LinuxThreadModel getLinuxThreadingModel() const;
+
+    // 301 slots: the index reaches 300 once before it wraps.
+    static constexpr int kStoppedSlots = 301;
+    static std::uint32_t stoppedTIDArr_[kStoppedSlots];
+    static std::uint32_t stoppedTIDCopyArr_[kStoppedSlots];
+    static int stopIndex_;   // last written slot; -1: empty
+    static int stopTIDCnt_;  // ids in the copy
+
+    // Where new thread ids start: the process's CPU time in clock ticks, low 32 bits. Tests replace
+    // it.
+    static std::uint32_t (*getTimeStamp)();
+
+private:
+    unsigned assignIdLocked(ThreadData* record);  // caller holds threadDataLock_
+    bool registerRecord(JNIEnv* env, ThreadData* record);
+    ThreadData* findPinned(JNIEnv* env, int slot);
+
+    VelHashTable<JNIEnv*, ThreadData*>* thrTable_;  // owned
+    JNIEnvMap* thrMap_;            // owned: id to environment, under threadDataLock_
+    std::set<ThreadData*> owned_;  // all records not yet deleted, under threadDataLock_
+    std::atomic<bool> start_{false};
+    VelLock* lock_;  // guards the stopped-thread ring
+    VelLock*
+        threadDataLock_;  // guards registration, removal and deletion of records, and the id map
+    std::atomic<int> linuxThreadModel{ThreadModelUnknown};
+    std::atomic<int> firstPid{-1};
+};
