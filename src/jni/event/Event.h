@@ -133,3 +133,13 @@ public:
     EventType type_;
     EventSubType subType_;
 };
+
+class RequestEvent;
+class LockEvent;
+class CommonEvent;
+class ServletEvent;
+class EJBEvent;
+class TraceEvent;
+class GPSEvent;
+class GPSMQEvent;
+class MQEvent;

@@ -4,7 +4,7 @@
 
 #include "event/Event.h"
 
-struct jclass_t;
+class jclass_t;
 
 class ClassEvent final : public Event {
 public:
