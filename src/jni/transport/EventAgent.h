@@ -1,0 +1,106 @@
+// Drains the event queues of a set of threads once per period, encodes the events into one packet and
+// hands it to its network agent. While the server cannot be reached it keeps the queues bounded; after a
+// reconnect it sends the initial records again.
+//
+// Ownership: owns events from the moment they are popped. A thread's record belongs to the thread
+// manager; the agent that drains it is the one that has it deleted after the thread ended.
+// Threads: the loop on its own Java thread; manageThreadData() and notifyPSReconnect() on any.
+#pragma once
+
+#include <jni.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "foundation/VelList.h"
+#include "foundation/VelLock.h"
+#include "foundation/VeloraBase.h"
+
+class DroppedEvent;
+class Event;
+class EvtAgentMgr;
+class ThreadData;
+
+class EventAgent : public virtual VeloraBase {
+public:
+    explicit EventAgent(int id);
+    ~EventAgent() override;
+    EventAgent(const EventAgent&) = delete;
+    EventAgent& operator=(const EventAgent&) = delete;
+
+    // The loop; returns when stopped. A second call while one runs returns at once.
+    void startThread(JNIEnv* env);
+    // Asks the loop to end and waits until it has.
+    void stopThread();
+
+    bool isAlive() const { return alive_.load(std::memory_order_acquire); }
+    int getId() const { return id_; }
+    // Bytes that this agent's threads hold in their queues.
+    std::uint64_t getMemoryUsed() const { return memUsed_.load(std::memory_order_relaxed); }
+
+    // Takes a thread over: 1, or 0 when the agent is not running or the thread is null.
+    int manageThreadData(ThreadData* thread);
+    // The next sendable pass sends the initial records, then has the class events sent again.
+    void notifyPSReconnect();
+
+    // Marks the loop as running, so that a stop from now on ends it; false when one runs already.
+    bool beginRun();
+    void runBegun(JNIEnv* env);  // the loop, after beginRun() answered true
+
+    void wake();       // cuts the loop's period short
+    long queuedEvents();  // events in this agent's queues, refused counts not yet told included
+    // Deletes whatever is queued and counts it (LossBook); only while no loop runs.
+    void discardQueued();
+
+private:
+    friend class EvtAgentMgr;
+    friend class EventAgentProbe;  // tests of the single steps
+
+    void setUp(JNIEnv* env);
+    void tearDown();
+    void onePass();
+    void sendPass();
+    void psDownPass();
+    void exitPass();
+    void pause();
+
+    int prepare2send();
+    int sendInitRecords();
+    void resendInitialData();
+    int dropRecordsFromQueue(ThreadData* thread, bool addDropRec, char** buff);
+    void dropRecordsOnPSDown();
+    void adjustDropQueueLimit();
+    bool addEventToBuffer(Event* event, char** buff);
+    void computeMemoryTaken();
+    void updateDropRecordCounters(Event* event);
+    void resetDropRecordCounters();
+    bool addDropEvent(unsigned threadId, char** buff);
+
+    std::unique_ptr<VelList<ThreadData*>> thrList_;
+    int id_;
+    std::atomic<bool> start_{false};
+    std::atomic<bool> alive_{false};  // cleared as the loop's very last act
+    std::unique_ptr<char[]> buffer_;  // eventPacketSize_ * 1024 bytes
+    std::unique_ptr<VelList<Event*>> keepList_;  // scratch: events kept while dropping
+    ThreadData* specialQueue_ = nullptr;  // events of no Java thread; valid while the loop runs
+    JNIEnv* env_ = nullptr;               // of the loop's thread
+    std::int64_t queueLimit_ = 5000;      // events
+    std::int64_t publishFreq_ = 2000;     // ms
+    std::int64_t queueLimitOnPSDown_;     // events per thread while the server is away
+    std::int64_t eventPacketSize_ = 5000;  // KB
+    int psDownCnt_ = 0;                   // passes with the server away since the loop started
+    int psDownThreshold_ = 15;            // passes until the queues are cut
+    int methStartDropCnt_ = 0;
+    int sqlStartDropCnt_ = 0;
+    int reqStartDropCnt_ = 0;
+    int methEndDropCnt_ = 0;
+    int sqlEndDropCnt_ = 0;
+    int reqEndDropCnt_ = 0;
+    std::atomic<bool> resendInitRecord_{false};
+    std::atomic<bool> resendInitData_{false};
+    std::atomic<std::uint64_t> memUsed_{0};  // bytes
+
+    VelLock waitLock_;  // only the loop's timed wait; notified by wake()
+};

@@ -1,0 +1,125 @@
+// One TCP connection to the Publish Server and the queue of packets that wait for it.
+//
+// The loop runs on a Java thread of its own: it asks the Java side where the server is, connects,
+// writes one queued packet per period, and connects again when a write fails. The bytes of a packet go
+// out as they came, with no framing; nothing is read.
+//
+// Every successful connect has a number (connection(), from 1). A packet built for one connection is
+// not sent on a later one, and an event agent opens every connection with the initial records, so a
+// server always sees them first.
+//
+// Ownership: owns queued packets until they are written or discarded, discarded ones are counted
+// (LossBook). Threads: sendData() and the queries run on event agent threads, stopThread() on any; all
+// else on the loop's own thread.
+#pragma once
+
+#include <jni.h>
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+
+#include "foundation/VelList.h"
+#include "foundation/VelLock.h"
+#include "foundation/VeloraBase.h"
+#include "transport/NetworkAgentData.h"
+
+class NetworkAgent : public virtual VeloraBase {
+public:
+    NetworkAgent();
+    ~NetworkAgent() override;
+    NetworkAgent(const NetworkAgent&) = delete;
+    NetworkAgent& operator=(const NetworkAgent&) = delete;
+
+    // Queues a copy of size bytes: 1 when queued, 0 when rejected. A packet of no bytes is accepted and
+    // takes no place. The caller keeps its buffer, and counts what was rejected.
+    int sendData(const char* data, int size);
+    int sendData(const char* data, int size, const PacketInfo& info);
+
+    // The loop; returns when stopped. A second call while one runs returns at once.
+    void runTCPagent(JNIEnv* env);
+    // Asks the loop to end and waits until it has.
+    void stopThread();
+
+    bool isReady() const { return isReady_.load(std::memory_order_acquire); }
+    bool isAlive() const { return alive_.load(std::memory_order_acquire); }
+    std::int64_t getTotalDataSize() const { return totalDataSize_.load(std::memory_order_relaxed); }
+
+    unsigned long connection() const { return connection_.load(std::memory_order_acquire); }
+    // The initial records of the present connection have not been queued yet.
+    bool needsInit() const;
+    bool hasRoom() const { return dataQueue_.size() < bufferLimit_; }
+    bool isIdle() const;  // nothing queued, nothing being written
+    void wake();          // cuts the loop's period short
+
+    // Marks the loop as running, so that a stop from now on ends it; false when one runs already.
+    bool beginRun();
+    void runBegun(JNIEnv* env);  // the loop, after beginRun() answered true
+
+private:
+    void readProperties();
+    void onePass(JNIEnv* env);
+    void connectUntilReady(JNIEnv* env);
+    bool tryToConnect(JNIEnv* env, int failures);
+    void sendOne();
+    void pause();
+    bool stopRequested() const { return alive_ && !start_; }
+
+    // Steps of the loop.
+    void flushDataQueue();
+    int getPSDetailsFromKernel(JNIEnv* env, int nCntLog);
+    int connect2ps(const char* server_host_addr, int server_tcp_port, int buffsize);
+    bool disconnect2ps();
+    long sendToRemoteHost(const char* ptr, long nbytes);
+    void resetConnectionOnExpiry();
+
+    bool lookUp(JNIEnv* env, int nCntLog);
+    bool callInitialize(JNIEnv* env, int nCntLog);
+    bool readFields(JNIEnv* env);
+    bool connectWithin(const void* address, int ms);
+    void bindToOwnAddress();
+    void setSocketOptions(int buffsize);
+    bool waitWritable();
+    void noteWritten(const NetworkAgentData& data);
+    void forgetAcknowledged();
+    void countUnacknowledged();
+    long failWrite(int error);
+    const char* hostForLog() const { return hostName_ ? hostName_.get() : ""; }
+
+    friend class NetworkAgentProbe;  // tests of the single steps
+
+    VelList<NetworkAgentData*> dataQueue_;
+    VelLock queueFullLock_;  // only the loop's timed wait; notified by wake()
+    int socketFd_ = -1;      // keeps its number after a close
+    std::unique_ptr<char[]> hostName_;  // dotted IPv4 text, or null
+    int portNumber_ = -1;
+    int buffSize_ = -1;                     // bytes of socket send buffer
+    int socketTimeOut_ = -1;                // s; -1: no limit
+    std::int64_t publishFrequency_ = 500;   // ms
+    std::atomic<bool> isReady_{false};      // connected and usable
+    std::atomic<bool> start_{false};        // the loop should keep running
+    std::atomic<bool> alive_{false};        // the loop is running; cleared as its very last act
+    VelLock lock_;                          // guards changes of totalDataSize_
+    std::atomic<std::int64_t> totalDataSize_{0};  // bytes queued, not yet taken for sending
+    std::int64_t resetConnCounter_ = 0;     // passes since the last periodic reset
+    std::int64_t resetConnLimit_ = -1;      // passes between resets; below 1: none
+    std::unique_ptr<char[]> bindIPAddress_;  // local address, or null
+    int clientIPPort_ = 0;                  // local port
+    int bufferLimit_ = 10;                  // packets
+
+    bool socketOpen_ = false;  // socketFd_ is ours; a closed number may belong to the host by now
+    std::atomic<unsigned long> connection_{0};
+    std::atomic<unsigned long> initConnection_{0};  // the connection whose init packet was queued
+    std::atomic<bool> writing_{false};
+
+    // Packets written on this connection that the peer's side has not yet acknowledged.
+    struct Written {
+        std::uint64_t end;  // bytes written on this connection up to the packet's end
+        long events;
+    };
+    std::deque<Written> unacknowledged_;
+    std::uint64_t writtenBytes_ = 0;
+    long writtenPackets_ = 0;  // on this connection
+    long writtenEvents_ = 0;
+};
