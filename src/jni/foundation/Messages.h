@@ -80,6 +80,12 @@ struct Message {
     VEL_MESSAGE(kNativeFailed, 1102, error, "Native %s failed and did nothing: %s")                         \
     VEL_MESSAGE(kBadSetting, 1101, warn, "Setting %s has the unusable value \"%s\"; using %s instead")      \
     /* transport */                                                                                        \
+    VEL_MESSAGE(kRecordsLost, 1121, warn, "Records lost: %ld (%s), %ld in total since start")               \
+    VEL_MESSAGE(kGatedCalls, 1122, info, "Capture was stopped by the memory limit: %ld calls made no event") \
+    VEL_MESSAGE(kRecordTooLarge, 1123, warn, "A record of kind %d takes up to %ld bytes and fits no packet of %ld; such records are left out") \
+    VEL_MESSAGE(kConnectionEnded, 1124, info, "Connection to PS ended [%s:%d] after %ld packets with %ld records") \
+    VEL_MESSAGE(kFlushIncomplete, 1125, warn, "Last flush ended after %d ms with data unsent; nothing is sent from now on") \
+    VEL_MESSAGE(kClassEventsNotResent, 1126, warn, "Could not have the class events sent again: %s") \
     /* agent */                                                                                            \
     /* capture */                                                                                          \
     /* instrumentation */                                                                                  \

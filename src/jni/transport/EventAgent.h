@@ -1,6 +1,6 @@
-// Drains the event queues of a set of threads once per period, encodes the events into one packet and
-// hands it to its network agent. While the server cannot be reached it keeps the queues bounded; after a
-// reconnect it sends the initial records again.
+// Drains the event queues of a set of threads once per period, encodes the events into one packet
+// and hands it to its network agent. While the server cannot be reached it keeps the queues
+// bounded; after a reconnect it sends the initial records again.
 //
 // Ownership: owns events from the moment they are popped. A thread's record belongs to the thread
 // manager; the agent that drains it is the one that has it deleted after the thread ended.
@@ -49,7 +49,7 @@ public:
     bool beginRun();
     void runBegun(JNIEnv* env);  // the loop, after beginRun() answered true
 
-    void wake();       // cuts the loop's period short
+    void wake();          // cuts the loop's period short
     long queuedEvents();  // events in this agent's queues, refused counts not yet told included
     // Deletes whatever is queued and counts it (LossBook); only while no loop runs.
     void discardQueued();
@@ -81,17 +81,17 @@ private:
     std::unique_ptr<VelList<ThreadData*>> thrList_;
     int id_;
     std::atomic<bool> start_{false};
-    std::atomic<bool> alive_{false};  // cleared as the loop's very last act
-    std::unique_ptr<char[]> buffer_;  // eventPacketSize_ * 1024 bytes
+    std::atomic<bool> alive_{false};             // cleared as the loop's very last act
+    std::unique_ptr<char[]> buffer_;             // eventPacketSize_ * 1024 bytes
     std::unique_ptr<VelList<Event*>> keepList_;  // scratch: events kept while dropping
-    ThreadData* specialQueue_ = nullptr;  // events of no Java thread; valid while the loop runs
-    JNIEnv* env_ = nullptr;               // of the loop's thread
-    std::int64_t queueLimit_ = 5000;      // events
-    std::int64_t publishFreq_ = 2000;     // ms
-    std::int64_t queueLimitOnPSDown_;     // events per thread while the server is away
+    ThreadData* specialQueue_ = nullptr;   // events of no Java thread; valid while the loop runs
+    JNIEnv* env_ = nullptr;                // of the loop's thread
+    std::int64_t queueLimit_ = 5000;       // events
+    std::int64_t publishFreq_ = 2000;      // ms
+    std::int64_t queueLimitOnPSDown_;      // events per thread while the server is away
     std::int64_t eventPacketSize_ = 5000;  // KB
-    int psDownCnt_ = 0;                   // passes with the server away since the loop started
-    int psDownThreshold_ = 15;            // passes until the queues are cut
+    int psDownCnt_ = 0;                    // passes with the server away since the loop started
+    int psDownThreshold_ = 15;             // passes until the queues are cut
     int methStartDropCnt_ = 0;
     int sqlStartDropCnt_ = 0;
     int reqStartDropCnt_ = 0;

@@ -1,5 +1,6 @@
-// Owns the pool of event agents: hands each new thread to one of them in turn, leads the resending of
-// initial records after a reconnect, checks memory and tells the probe manager when capture can be drained.
+// Owns the pool of event agents: hands each new thread to one of them in turn, leads the resending
+// of initial records after a reconnect, checks memory and tells the probe manager when capture can
+// be drained.
 //
 // The first agent leads. A thread whose agent has stopped is taken over by a living one.
 // Threads: any; manageThreadData() runs on application threads, notifySocketStatus() on a network
@@ -57,7 +58,7 @@ public:
     // For the agents: threads without a living agent, and the state of a flush.
     void takeOrphans(EventAgent* agent);
     void leaveOrphans(EventAgent* agent);
-    static bool isFlushing();   // passes follow each other without the period's wait
+    static bool isFlushing();    // passes follow each other without the period's wait
     static bool isDiscarding();  // the flush is over: what is queued is counted and deleted
 
 private:
@@ -69,9 +70,9 @@ private:
     std::shared_mutex poolLock_;  // guards the pool's existence; held shared while an agent is used
     std::unique_ptr<EventAgent*[]> eventAgents_;  // slots; the agents are owned
     std::atomic<int> roundRobinIndex_{0};
-    std::atomic<bool> ready_{false};   // the leader runs
-    std::atomic<bool> start_{false};   // the pool exists and accepts threads
-    std::unique_ptr<VelLock> lock_;    // guards roundRobinIndex_
+    std::atomic<bool> ready_{false};  // the leader runs
+    std::atomic<bool> start_{false};  // the pool exists and accepts threads
+    std::unique_ptr<VelLock> lock_;   // guards roundRobinIndex_
     int evtAgentCnt_ = 1;
     std::atomic<bool> resendDataComplete_{true};  // the leader has finished resending
     std::atomic<EventAgent*> leader_{nullptr};

@@ -1,8 +1,8 @@
 // The book of captured events that neither reach the server nor are counted in a drop record.
 //
 // What is counted. A captured event is every event that a builder hands to a thread's queue, except
-// DROPPED markers and SAMPLING events, which the transport makes for itself. For every captured event
-// exactly one of these is true once the queues are empty:
+// DROPPED markers and SAMPLING events, which the transport makes for itself. For every captured
+// event exactly one of these is true once the queues are empty:
 //   - its record was written to the server,
 //   - it is counted in one of the six numbers of a DROPPED record that was written to the server,
 //   - it is counted here.
@@ -11,9 +11,9 @@
 //     produced = records received (without kinds 11 and 39) + numbers in drop records + 1121 lines.
 //
 // Every loss ends in a line "Records lost: N (reason), T in total since start" (1121). Lines are
-// written when a reason first occurs and then at most once a minute per reason, so that an outage does
-// not flood the log; the N of all lines add up to the T of the last one, because T counts what was
-// written. A stop, and a flush, write whatever is still unwritten.
+// written when a reason first occurs and then at most once a minute per reason, so that an outage
+// does not flood the log; the N of all lines add up to the T of the last one, because T counts what
+// was written. A stop, and a flush, write whatever is still unwritten.
 //
 // Threads: any. add() is one atomic addition.
 #pragma once
@@ -44,7 +44,7 @@ public:
     // Writes the lines that are due; all that is unwritten when everything is set.
     static void write(bool everything);
 
-    static long total();       // counted since the library was loaded
+    static long total();  // counted since the library was loaded
     static long of(Loss reason);
 
     // How many captured events this event stands for: 1, 0 for a SAMPLING event, the sum of its

@@ -1,7 +1,7 @@
 // Keeps the collector's own memory inside a limit: estimates what queued events, thread records and
-// unsent packets hold, closes the capture gate at the limit and opens it again a set distance below.
-// Also holds the length limits of captured texts, and learns the average text lengths that requests
-// and SQL events are charged with.
+// unsent packets hold, closes the capture gate at the limit and opens it again a set distance
+// below. Also holds the length limits of captured texts, and learns the average text lengths that
+// requests and SQL events are charged with.
 //
 // The cost of one queued event of each kind (bytes, 16 bits) comes with EventCosts: the names are
 // members of this class as well, as in MemoryMonitor::SQL.
@@ -64,7 +64,7 @@ public:
     static void addToMemCntr(EventType type, std::int16_t size, ThreadData* thread);
     static void delFromMemCntr(EventType type, std::int16_t size, ThreadData* thread);
 
-    void doLock(JNIEnv* env);  // waits out a counter reset; nothing without an environment
+    void doLock(JNIEnv* env);       // waits out a counter reset; nothing without an environment
     static void resetCounters() {}  // no periodic reset: the books balance exactly without one
 
     unsigned long getMemoryTaken() const { return memoryTaken_.load(std::memory_order_relaxed); }
@@ -87,7 +87,7 @@ private:
     static void reopenFor(JNIEnv* env);
     static void writeGatedCalls();
 
-    std::unique_ptr<VelLock> lock_;             // held by a counter reset while it runs
+    std::unique_ptr<VelLock> lock_;              // held by a counter reset while it runs
     std::atomic<unsigned long> memoryTaken_{0};  // the last estimate, bytes
 
     // Read on application threads without a lock: a call that sees a change a moment late behaves
@@ -106,11 +106,11 @@ private:
     static std::atomic<int> sqlLimit_;
 
     // Written while starting, before any worker runs.
-    static long resetTimerCount_;              // passes between counter resets
-    static long checkULimitCount_;             // passes counted towards the next reset
-    static unsigned long bookKeepingDSSize_;   // fixed overhead and smallest limit, bytes
-    static unsigned long userMemoryULimit_;    // the limit, bytes
-    static unsigned long memAcceptDelta_;      // capture resumes this far below the limit, bytes
+    static long resetTimerCount_;             // passes between counter resets
+    static long checkULimitCount_;            // passes counted towards the next reset
+    static unsigned long bookKeepingDSSize_;  // fixed overhead and smallest limit, bytes
+    static unsigned long userMemoryULimit_;   // the limit, bytes
+    static unsigned long memAcceptDelta_;     // capture resumes this far below the limit, bytes
 
     static MemoryMonitor* instance_;
 };

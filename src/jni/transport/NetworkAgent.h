@@ -1,16 +1,16 @@
 // One TCP connection to the Publish Server and the queue of packets that wait for it.
 //
 // The loop runs on a Java thread of its own: it asks the Java side where the server is, connects,
-// writes one queued packet per period, and connects again when a write fails. The bytes of a packet go
-// out as they came, with no framing; nothing is read.
+// writes one queued packet per period, and connects again when a write fails. The bytes of a packet
+// go out as they came, with no framing; nothing is read.
 //
-// Every successful connect has a number (connection(), from 1). A packet built for one connection is
-// not sent on a later one, and an event agent opens every connection with the initial records, so a
-// server always sees them first.
+// Every successful connect has a number (connection(), from 1). A packet built for one connection
+// is not sent on a later one, and an event agent opens every connection with the initial records,
+// so a server always sees them first.
 //
 // Ownership: owns queued packets until they are written or discarded, discarded ones are counted
-// (LossBook). Threads: sendData() and the queries run on event agent threads, stopThread() on any; all
-// else on the loop's own thread.
+// (LossBook). Threads: sendData() and the queries run on event agent threads, stopThread() on any;
+// all else on the loop's own thread.
 #pragma once
 
 #include <jni.h>
@@ -32,8 +32,8 @@ public:
     NetworkAgent(const NetworkAgent&) = delete;
     NetworkAgent& operator=(const NetworkAgent&) = delete;
 
-    // Queues a copy of size bytes: 1 when queued, 0 when rejected. A packet of no bytes is accepted and
-    // takes no place. The caller keeps its buffer, and counts what was rejected.
+    // Queues a copy of size bytes: 1 when queued, 0 when rejected. A packet of no bytes is accepted
+    // and takes no place. The caller keeps its buffer, and counts what was rejected.
     int sendData(const char* data, int size);
     int sendData(const char* data, int size, const PacketInfo& info);
 
@@ -90,23 +90,23 @@ private:
     friend class NetworkAgentProbe;  // tests of the single steps
 
     VelList<NetworkAgentData*> dataQueue_;
-    VelLock queueFullLock_;  // only the loop's timed wait; notified by wake()
-    int socketFd_ = -1;      // keeps its number after a close
+    VelLock queueFullLock_;             // only the loop's timed wait; notified by wake()
+    int socketFd_ = -1;                 // keeps its number after a close
     std::unique_ptr<char[]> hostName_;  // dotted IPv4 text, or null
     int portNumber_ = -1;
-    int buffSize_ = -1;                     // bytes of socket send buffer
-    int socketTimeOut_ = -1;                // s; -1: no limit
-    std::int64_t publishFrequency_ = 500;   // ms
-    std::atomic<bool> isReady_{false};      // connected and usable
-    std::atomic<bool> start_{false};        // the loop should keep running
-    std::atomic<bool> alive_{false};        // the loop is running; cleared as its very last act
-    VelLock lock_;                          // guards changes of totalDataSize_
+    int buffSize_ = -1;                    // bytes of socket send buffer
+    int socketTimeOut_ = -1;               // s; -1: no limit
+    std::int64_t publishFrequency_ = 500;  // ms
+    std::atomic<bool> isReady_{false};     // connected and usable
+    std::atomic<bool> start_{false};       // the loop should keep running
+    std::atomic<bool> alive_{false};       // the loop is running; cleared as its very last act
+    VelLock lock_;                         // guards changes of totalDataSize_
     std::atomic<std::int64_t> totalDataSize_{0};  // bytes queued, not yet taken for sending
-    std::int64_t resetConnCounter_ = 0;     // passes since the last periodic reset
-    std::int64_t resetConnLimit_ = -1;      // passes between resets; below 1: none
-    std::unique_ptr<char[]> bindIPAddress_;  // local address, or null
-    int clientIPPort_ = 0;                  // local port
-    int bufferLimit_ = 10;                  // packets
+    std::int64_t resetConnCounter_ = 0;           // passes since the last periodic reset
+    std::int64_t resetConnLimit_ = -1;            // passes between resets; below 1: none
+    std::unique_ptr<char[]> bindIPAddress_;       // local address, or null
+    int clientIPPort_ = 0;                        // local port
+    int bufferLimit_ = 10;                        // packets
 
     bool socketOpen_ = false;  // socketFd_ is ours; a closed number may belong to the host by now
     std::atomic<unsigned long> connection_{0};

@@ -1,5 +1,6 @@
-// Owns the pool of network agents: gives each sender one of them, forwards its packets, adds up what
-// waits, tells the probe manager about the leading agent and passes lost connections on to one listener.
+// Owns the pool of network agents: gives each sender one of them, forwards its packets, adds up
+// what waits, tells the probe manager about the leading agent and passes lost connections on to one
+// listener.
 //
 // A sender (client) is an event agent, known by its address; it keeps its network agent for good.
 // Threads: any. poolLock_ keeps the pool from being deleted under a caller.
