@@ -1,0 +1,5 @@
+package javax.servlet;
+
+public interface ServletConfig {
+    String getServletName();
+}

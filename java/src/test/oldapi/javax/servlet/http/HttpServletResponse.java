@@ -1,0 +1,4 @@
+package javax.servlet.http;
+
+public interface HttpServletResponse extends javax.servlet.ServletResponse {
+}

@@ -1,0 +1,4 @@
+package javax.servlet.http;
+
+public final class PlainServlet extends HttpServlet {
+}
