@@ -1,0 +1,82 @@
+#include "dc2ps/StreamDecoder.h"
+
+namespace dc2ps {
+
+namespace {
+
+// What is worth keeping allocated between records that happened to be cut.
+constexpr std::size_t kKeptPendingBytes = 64u << 10;
+
+}  // namespace
+
+FeedResult StreamDecoder::feed(Bytes untrusted, RecordSink& sink) {
+    using enum FeedResult::Status;
+    if (result_.status == error) return result_;
+    if (pending_.empty()) {  // the usual case: decode in place and keep only what is cut off
+        const std::size_t used = decodeAll(untrusted, sink);
+        pending_.assign(untrusted.begin() + static_cast<std::ptrdiff_t>(used), untrusted.end());
+    } else {
+        pending_.insert(pending_.end(), untrusted.begin(), untrusted.end());
+        const std::size_t used = decodeAll(pending_, sink);
+        pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(used));
+    }
+    if (result_.status == error || (pending_.empty() && pending_.capacity() > kKeptPendingBytes))
+        pending_ = {};
+    if (result_.status == error) return result_;
+    result_.status = pending_.empty() && expect_ == Expect::header ? ok : needMore;
+    result_.offset = offset_;
+    return result_;
+}
+
+std::size_t StreamDecoder::decodeAll(Bytes untrusted, RecordSink& sink) {
+    std::size_t used = 0;
+    while (used < untrusted.size()) {
+        const Decoded answer = decodeNext(untrusted.subspan(used));
+        if (answer == Decoded::needMore) break;
+        if (answer == Decoded::garbage) {
+            const RecordDecoder::Fault& fault = decoder_.fault();
+            result_ = {FeedResult::Status::error, offset_ + fault.offset, fault.reason};
+            break;
+        }
+        sink.onRecord(offset_, record_);
+        advance();
+        used += decoder_.size();
+        offset_ += decoder_.size();
+    }
+    return used;
+}
+
+Decoded StreamDecoder::decodeNext(Bytes untrusted) {
+    switch (expect_) {
+        case Expect::record:
+            return decoder_.decode(untrusted, record_);
+        case Expect::header:
+            return decoder_.decodeHeader(untrusted, record_);
+        case Expect::agentInit:
+            return decoder_.decodeAgentInit(untrusted, record_);
+        case Expect::serverInit:
+            return decoder_.decodeServerInit(untrusted, record_);
+    }
+    return Decoded::needMore;
+}
+
+// What may follow the record that was just read.
+void StreamDecoder::advance() {
+    switch (expect_) {
+        case Expect::agentInit:
+            expect_ = Expect::serverInit;
+            return;
+        case Expect::serverInit:
+            expect_ = Expect::header;
+            return;
+        case Expect::header:
+            recordsLeft_ = std::get<PacketHeader>(record_).recordCount;
+            break;
+        case Expect::record:
+            --recordsLeft_;
+            break;
+    }
+    expect_ = recordsLeft_ > 0 ? Expect::record : Expect::header;
+}
+
+}  // namespace dc2ps
