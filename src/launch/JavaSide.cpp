@@ -1,0 +1,30 @@
+// Hands velora.jar to <java.home>/lib/libinstrument.so.
+#include "launch/JavaSide.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace launch {
+namespace {
+
+using StartFunction = jint(JNICALL*)(JavaVM*, char*, void*);
+
+}  // namespace
+
+std::string startJavaSide(JavaVM* vm, Moment moment, const std::string& javaHome,
+                          const std::string& jar, const std::string& arguments) {
+    if (access(jar.c_str(), R_OK) != 0) return "cannot read " + jar;
+    // The instrument library ends the jar's path at the first '='.
+    if (jar.find('=') != std::string::npos) return "the path " + jar + " holds a '='";
+    const std::string library = javaHome + "/lib/libinstrument.so";
+    void* instrument = dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL);
+    if (instrument == nullptr) return std::string("cannot load ") + library + ": " + dlerror();
+    const char* entry = moment == Moment::kVmStart ? "Agent_OnLoad" : "Agent_OnAttach";
+    const auto start = reinterpret_cast<StartFunction>(dlsym(instrument, entry));
+    if (start == nullptr) return library + " has no " + entry;
+    std::string text = jar + "=" + arguments;
+    const jint rc = start(vm, text.data(), nullptr);
+    return rc == JNI_OK ? "" : library + " refused " + jar + " with code " + std::to_string(rc);
+}
+
+}  // namespace launch

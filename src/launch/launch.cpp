@@ -1,0 +1,229 @@
+// The start-up glue of libvelora_agent.so: joins the adapter, the collector and the Java side.
+// Three ways lead in, and whichever comes first starts everything, the others then find it done:
+//
+//   -agentpath:<home>/lib/libvelora_agent.so    Agent_OnLoad, before the VM runs
+//   attaching to a running VM                   Agent_OnAttach
+//   -javaagent:<home>/lib/velora.jar            a boot class calls System.load, so JNI_OnLoad;
+//   premain runs already
+//
+// Whatever fails here is said once on the standard error stream, and the application runs without
+// us.
+#include <dlfcn.h>
+#include <jvmti.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "jvmpi/Adapter.h"
+#include "launch/AgentOptions.h"
+#include "launch/EnvironmentOverlay.h"
+#include "launch/Identity.h"
+#include "launch/JavaSide.h"
+
+extern "C" {
+// The collector's entry, and the native that sends what is queued. The latter is weak: a collector
+// without it is hosted as well, only its last events may be lost.
+jint JNICALL JVM_OnLoad(JavaVM* vm, char* options, void* reserved);
+__attribute__((weak)) void JNICALL
+Java_com_velora_probe_ProbeController_flushNativeProbe(JNIEnv* env, jclass, jint ms);
+}
+
+namespace launch {
+namespace {
+
+constexpr jint kFlushMs = 1000;  // how long a dying VM may be held
+
+__attribute__((format(printf, 1, 2))) void say(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char text[1024];
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    fprintf(stderr, "Velora: %s\n", text);
+}
+
+// Reads VM system properties: they hold what -D said on the command line, in argument files and in
+// JAVA_TOOL_OPTIONS.
+class SystemProperties {
+public:
+    explicit SystemProperties(JavaVM* vm) {
+        void* opened = nullptr;
+        if (vm->GetEnv(&opened, JVMTI_VERSION_11) == JNI_OK)
+            jvmti_ = static_cast<jvmtiEnv*>(opened);
+    }
+    ~SystemProperties() {
+        if (jvmti_ != nullptr) jvmti_->DisposeEnvironment();
+    }
+    SystemProperties(const SystemProperties&) = delete;
+    SystemProperties& operator=(const SystemProperties&) = delete;
+
+    std::string operator[](const char* name) const {
+        char* value = nullptr;
+        if (jvmti_ == nullptr || jvmti_->GetSystemProperty(name, &value) != JVMTI_ERROR_NONE ||
+            value == nullptr) {
+            return {};
+        }
+        std::string copy = value;
+        jvmti_->Deallocate(reinterpret_cast<unsigned char*>(value));
+        return copy;
+    }
+
+private:
+    jvmtiEnv* jvmti_ = nullptr;
+};
+
+std::string environmentVariable(const char* name) {
+    const char* value = getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+std::string ownPath() {
+    Dl_info info{};
+    return dladdr(reinterpret_cast<void*>(&ownPath), &info) != 0 && info.dli_fname != nullptr
+               ? info.dli_fname
+               : "";
+}
+
+std::string hostName() {
+    char name[256] = {};
+    return gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+std::vector<std::string> processArguments() {
+    std::ifstream file("/proc/self/cmdline", std::ios::binary);
+    std::vector<std::string> arguments;
+    for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
+    return arguments;
+}
+
+bool isUsableFolder(const std::string& path) {
+    struct stat found {};
+    return stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode) &&
+           access(path.c_str(), R_OK | X_OK) == 0;
+}
+
+void flushCollector(JNIEnv* env) {
+    if (Java_com_velora_probe_ProbeController_flushNativeProbe != nullptr) {
+        Java_com_velora_probe_ProbeController_flushNativeProbe(env, nullptr, kFlushMs);
+    }
+}
+
+// Calls the collector's entry as an old VM would, with the identity where it looks for it. Empty on
+// success.
+std::string loadCollector(JavaVM* vm, const Identity& who, std::string options) {
+    JavaVM* profiled = adapter::bringUp(vm, {.beforeShutDown = flushCollector});
+    if (profiled == nullptr) return "this VM offers no tool interface";
+    const EnvironmentOverlay identity({{"am.home", who.home},
+                                       {"am.nodename", who.node},
+                                       {"am.appserver", who.server},
+                                       {"am.profilename", who.profile}});
+    if (JVM_OnLoad(profiled, options.empty() ? nullptr : options.data(), nullptr) != JNI_OK) {
+        adapter::agentFailed();
+        return "the collector refused to start (its log under " + who.home + "/logs says why)";
+    }
+    return {};
+}
+
+struct Started {
+    bool ok = false;
+    Identity who;
+    std::string forJava;
+    std::string javaHome;
+};
+
+// True for the first caller only: one collector per process, however many ways lead in.
+bool isFirst() {
+    static std::atomic<bool> started{false};
+    return !started.exchange(true);
+}
+
+Started start(JavaVM* vm, const char* optionText) {
+    const AgentOptions options = parseAgentOptions(optionText);
+    for (const std::string& item : options.unknown) {
+        say("unknown agent option \"%s\" ignored; known: home, node, server, profile, ps, probe, "
+            "debug",
+            item.c_str());
+    }
+    const SystemProperties properties(vm);
+    const Identity who = deriveIdentity(
+        options, {.systemProperty = [&](const char* name) { return properties[name]; },
+                  .environment = environmentVariable,
+                  .libraryPath = ownPath(),
+                  .hostName = hostName()});
+    if (!isUsableFolder(who.home)) {
+        say("the agent home \"%s\" is no readable folder; the application runs unmonitored",
+            who.home.c_str());
+        return {};
+    }
+    const std::string trouble = loadCollector(vm, who, options.forCollector);
+    if (!trouble.empty()) {
+        say("%s; the application runs unmonitored", trouble.c_str());
+        return {};
+    }
+    return {true, who, options.forJava, properties["java.home"]};
+}
+
+void startWithJavaSide(JavaVM* vm, const char* options, Moment moment) {
+    if (!isFirst()) return;
+    const Started started = start(vm, options);
+    if (!started.ok) return;
+    adapter::agentIsUp();
+    const std::string trouble = startJavaSide(
+        vm, moment, started.javaHome, started.who.home + "/lib/velora.jar", started.forJava);
+    if (!trouble.empty()) {
+        say("the Java side does not run: %s; the application runs unmonitored", trouble.c_str());
+    }
+}
+
+// The Java side runs already and has loaded this library.
+void startForJavaSide(JavaVM* vm) {
+    if (!isFirst()) return;
+    const std::string options = javaAgentArguments(processArguments());
+    if (start(vm, options.c_str()).ok) adapter::agentIsUp();
+}
+
+// The skin of the entry points: nothing is thrown into the VM.
+template <typename Body>
+void guarded(Body&& body) noexcept {
+    try {
+        body();
+    } catch (const std::exception& e) {
+        say("start-up failed: %s; the application runs unmonitored", e.what());
+    } catch (...) {
+        say("start-up failed; the application runs unmonitored");
+    }
+}
+
+}  // namespace
+}  // namespace launch
+
+extern "C" {
+
+JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void*) {
+    launch::guarded([&] { launch::startWithJavaSide(vm, options, launch::Moment::kVmStart); });
+    return JNI_OK;  // always: a monitoring that cannot start must not keep the application from
+                    // running
+}
+
+JNIEXPORT jint JNICALL Agent_OnAttach(JavaVM* vm, char* options, void*) {
+    launch::guarded([&] { launch::startWithJavaSide(vm, options, launch::Moment::kRunningVm); });
+    return JNI_OK;
+}
+
+// Nothing to take down: the adapter and the collector live as long as the process does.
+JNIEXPORT void JNICALL Agent_OnUnload(JavaVM*) {
+}
+
+JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void*) {
+    launch::guarded([&] { launch::startForJavaSide(vm); });
+    return JNI_VERSION_1_8;
+}
+}
