@@ -17,6 +17,7 @@
 
 #include "event/EventCosts.h"
 #include "event/EventText.h"
+#include "foundation/BlockPool.h"
 
 enum EventSubType : std::int16_t {
     START = 0,
@@ -97,9 +98,24 @@ public:
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
 
-    // Events come from per-thread free lists of a few block sizes, larger ones from the heap.
-    static void* operator new(std::size_t size);
-    static void operator delete(void* memory, std::size_t size) noexcept;
+    // Events come from per-thread free lists of three block sizes, larger ones from the heap.
+    // Inline, so that the size, known where an event is made and where it dies, chooses the list at
+    // compile time.
+    static void* operator new(std::size_t size) {
+        if (size <= kSmallBlock) return BlockPool<kSmallBlock>::allocate();
+        if (size <= kMediumBlock) return BlockPool<kMediumBlock>::allocate();
+        if (size <= kLargeBlock) return BlockPool<kLargeBlock>::allocate();
+        return ::operator new(size);
+    }
+    static void operator delete(void* memory, std::size_t size) noexcept {
+        if (size <= kSmallBlock) return BlockPool<kSmallBlock>::release(memory);
+        if (size <= kMediumBlock) return BlockPool<kMediumBlock>::release(memory);
+        if (size <= kLargeBlock) return BlockPool<kLargeBlock>::release(memory);
+        ::operator delete(memory);
+    }
+    static constexpr std::size_t kSmallBlock = 64;   // most resource, VM and lock events
+    static constexpr std::size_t kMediumBlock = 80;  // requests
+    static constexpr std::size_t kLargeBlock = 128;  // message queues, summaries
 
     EventType getType() const { return type_; }
     EventSubType getSubType() const { return subType_; }

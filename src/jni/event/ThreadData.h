@@ -15,12 +15,12 @@
 #include <memory>
 #include <vector>
 
+#include "event/ControlEvents.h"
 #include "foundation/VelList.h"
 #include "foundation/VeloraBase.h"
 #include "jvmpi/jvmpi.h"
 
-class DroppedEvent;
-class Event;
+enum class Loss;
 
 class ThreadData : public virtual VeloraBase {
 public:
@@ -28,7 +28,9 @@ public:
     explicit ThreadData(JVMPI_Event* event);
     // For a thread first seen in a native: the names stay null.
     explicit ThreadData(JNIEnv* env);
-    // Deletes the events that still wait; those are counted and logged (1142).
+    // Deletes the events that still wait; those, and refused events that no drop record has told
+    // of, go into the book of losses. Whoever has counted the queue's events himself empties it
+    // first.
     ~ThreadData() override;
 
     void initialize();
@@ -120,23 +122,17 @@ public:
 
 private:
     friend class ThreadMgr;
-    // What is left to do before the memory may go: steps 1 and 2 of the destruction, without
-    // freeing what another thread might still look at.
-    void retire();
-    long deleteQueuedEvents();
+    // The first half of the destruction, for a record that another thread may still be looking at:
+    // nothing is accepted any more and what waits is deleted, but no memory goes that a reader
+    // could touch.
+    void retire(Loss reason);
+    void bookLosses(Loss reason);
+    bool reject(Event* evt);
     bool refuse(Event* evt);
     bool queueEvent(Event* evt);
+    void keepFormer(char* name);
 
-    enum RefusedClass {
-        kRecStart,
-        kRecEnd,
-        kMethStart,
-        kMethEnd,
-        kSqlStart,
-        kSqlEnd,
-        kRefusedClasses
-    };
-    std::atomic<std::int32_t> refused_[kRefusedClasses] = {};
+    std::atomic<std::int32_t> refused_[DroppedEvent::kLostClasses] = {};
     std::atomic<std::uint32_t> gatedCalls_{0};
     std::vector<std::unique_ptr<char[]>> formerNames_;  // replaced names, kept for late readers
 };

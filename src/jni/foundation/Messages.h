@@ -3,7 +3,7 @@
 // catalogue leaves that number out, because one translation cannot stand for both.
 //
 // 1001 to 1099 are the system's long-standing numbers; 1101 and up are ours: 1101 foundation, 1121
-// transport, 1151 agent, 1171 capture, 1181 instrumentation, 1201 diagnostics.
+// transport, 1141 events, 1151 agent, 1171 capture, 1181 instrumentation, 1201 diagnostics.
 #pragma once
 
 enum class MessageLevel { info, warn, error, fatal };
@@ -86,6 +86,8 @@ struct Message {
     VEL_MESSAGE(kConnectionEnded, 1124, info, "Connection to PS ended [%s:%d] after %ld packets with %ld records") \
     VEL_MESSAGE(kFlushIncomplete, 1125, warn, "Last flush ended after %d ms with data unsent; nothing is sent from now on") \
     VEL_MESSAGE(kClassEventsNotResent, 1126, warn, "Could not have the class events sent again: %s") \
+    /* events */                                                                                           \
+    VEL_MESSAGE(kNoRecordForPhase, 1141, warn, "Events of kind %d with phase %d and action %d have no record and are not sent") \
     /* agent */                                                                                            \
     /* capture */                                                                                          \
     /* instrumentation */                                                                                  \
