@@ -21,19 +21,10 @@
 #include <mutex>
 #include <new>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VEL_BLOCK_POOLING 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define VEL_BLOCK_POOLING 0
-#endif
-#endif
-#ifndef VEL_BLOCK_POOLING
-#define VEL_BLOCK_POOLING 1
-#endif
+#include "foundation/Sanitizers.h"
 
 // Blocks of one size in bytes; users round up to a few size classes so that they share chains.
-template <std::size_t BlockSize, bool Pooled = VEL_BLOCK_POOLING != 0>
+template <std::size_t BlockSize, bool Pooled = !VEL_ASAN && !VEL_TSAN>
 class BlockPool {
     static_assert(BlockSize >= sizeof(void*) && BlockSize % alignof(std::max_align_t) == 0);
 

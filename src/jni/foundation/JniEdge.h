@@ -4,7 +4,10 @@
 #include <exception>
 #include <utility>
 
-// Logs the failure of a native, once per native and reason (1102).
+#include "foundation/VelException.h"
+
+// Logs the failure of a native, once per native (1102): a native that fails on every request must
+// not fill the log.
 void noteNativeFailure(const char* native, const char* reason) noexcept;
 
 // Runs body so that no C++ exception leaves it; a failure is logged and onFailure returned.
@@ -14,6 +17,8 @@ Result atJniEdge(const char* native, Result onFailure, Body&& body) noexcept {
         return std::forward<Body>(body)();
     } catch (const std::exception& e) {
         noteNativeFailure(native, e.what());
+    } catch (const VelException& e) {
+        noteNativeFailure(native, e.getMessage());
     } catch (...) {
         noteNativeFailure(native, "unknown exception");
     }
@@ -26,6 +31,8 @@ void atJniEdge(const char* native, Body&& body) noexcept {
         std::forward<Body>(body)();
     } catch (const std::exception& e) {
         noteNativeFailure(native, e.what());
+    } catch (const VelException& e) {
+        noteNativeFailure(native, e.getMessage());
     } catch (...) {
         noteNativeFailure(native, "unknown exception");
     }

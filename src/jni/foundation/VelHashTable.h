@@ -65,6 +65,7 @@ public:
 
     // Inserts, or replaces the value of an equal key; the key first inserted stays.
     bool put(const K& key, const V& val) {
+        VEL_TRACE("put(const K&, const V&)");
         if (key == K()) {
             VEL_DEBUG_MIN("put", "Inserting NULL Key into Hashtable, so ignoring");
             return false;
@@ -84,6 +85,7 @@ public:
 
     // The value, or 0 when absent: a stored 0 cannot be told from a missing key.
     V get(const K& key) {
+        VEL_TRACE("get(const K&)");
         if (key == K()) {
             VEL_DEBUG_MIN("get", "trying to get with NULL Key, so ignoring");
             return V();
@@ -95,6 +97,7 @@ public:
     }
 
     bool contains(const K& key) {
+        VEL_TRACE("contains(const K&)");
         if (key == K()) {
             VEL_DEBUG_MIN("contains", "checking contains with NULL Key, so ignoring");
             return false;
@@ -106,6 +109,7 @@ public:
 
     // False when absent. Frees neither key nor value.
     bool remove(const K& key) {
+        VEL_TRACE("remove(const K&)");
         if (key == K()) {
             VEL_DEBUG_MIN("remove", "trying to remove with NULL Key, so ignoring");
             return false;
@@ -138,6 +142,7 @@ public:
     long size() const { return propSize_.load(std::memory_order_relaxed); }
 
     void clear() {
+        VEL_TRACE("clear()");
         propSize_.store(0, std::memory_order_relaxed);
         for (unsigned bucket = 0; bucket < buckets(); ++bucket) {
             const VelLockGuard hold(lockOf(bucket));
@@ -153,6 +158,7 @@ public:
     // Enters and leaves every lock once, which makes their monitors; the result of the last leave,
     // or 0 when locking is off.
     int preInitLocks() {
+        VEL_TRACE("preInitLocks()");
         int result = 0;
         for (unsigned bucket = 0; enableLocking_ && bucket < buckets(); ++bucket) {
             enterLock(bucket);
@@ -217,6 +223,7 @@ private:
 
     template <typename T, typename Pick>
     T* snapshot(Pick pick) {
+        VEL_TRACE("snapshot(Pick)");
         // A clear() that overlaps a remove() may leave the count below zero for a while.
         const long count = std::max(0L, size());
         std::unique_ptr<T[]> slots(new T[static_cast<std::size_t>(count) + 1]());

@@ -14,6 +14,7 @@
 #include <type_traits>
 
 #include "foundation/BlockPool.h"
+#include "foundation/Log.h"
 #include "foundation/VelLock.h"
 #include "foundation/VeloraBase.h"
 
@@ -77,6 +78,7 @@ public:
     VelList& operator=(const VelList&) = delete;
 
     bool append(const T& e) {
+        VEL_TRACE("append(const T&)");
         if (e == T()) return false;
         auto* const node = new VelBucket<T>(e);
         const VelLockGuard hold(hashLock_.get());
@@ -91,6 +93,7 @@ public:
 
     // The first element, or null (zero) when the list is empty.
     T pop() {
+        VEL_TRACE("pop()");
         VelBucket<T>* node = nullptr;
         {
             const VelLockGuard hold(hashLock_.get());
@@ -107,6 +110,7 @@ public:
 
     // Takes the first equal element out; false when there is none.
     bool remove(const T& e) {
+        VEL_TRACE("remove(const T&)");
         if (e == T()) return false;
         VelBucket<T>* node = nullptr;
         {
@@ -124,6 +128,7 @@ public:
     }
 
     void clear() {
+        VEL_TRACE("clear()");
         const VelLockGuard hold(hashLock_.get());
         VelBucket<T>* const nodes = head_;
         head_ = array_ = nullptr;
@@ -137,6 +142,7 @@ public:
     // Puts all of other's elements in front of this list's, in their order, and leaves other empty.
     // Lock order: this list, then other.
     void prependAll(VelList<T>* other) {
+        VEL_TRACE("prependAll(VelList<T>*)");
         if (other == nullptr || other == this) return;
         const VelLockGuard hold(hashLock_.get());
         const VelLockGuard holdOther(other->hashLock_.get());
@@ -154,6 +160,7 @@ public:
 
     // Enters and leaves the lock once, which makes its monitor; 0 when locking is off.
     int preInitLocks() {
+        VEL_TRACE("preInitLocks()");
         enterLock();
         return exitLock();
     }

@@ -22,6 +22,7 @@ public:
     static jlong getCpuTime();      // us of CPU of the calling thread
     static jlong getElapsedTime();  // us since 1970
 
+    const char* getName() const { return name_; }  // null when made without one
     jlong getValue() const { return value_; }
 
 private:
