@@ -63,16 +63,16 @@ public:
     static jboolean beginLockAcquisition(JNIEnv* env, jint methodId, jstring lockName);
     static jboolean endLockAcquisition(JNIEnv* env, jint methodId, jstring lockName);
     // The owner* values describe who holds the lock: the kind of its request (low 8 bits), the
-    // request's and application's names, and the method in which it took the lock. ownerThreadId is
+    // request's and application's names, and the method in which it took the lock. ownerDepth is
     // accepted and not recorded: the record has no place for it.
     static jboolean beginLockContention(JNIEnv* env, jint methodId, jstring lockName,
                                         jbyte ownerRequestType, jstring ownerRequestName,
                                         jstring ownerApplicationName, jint ownerMethodId,
-                                        jint ownerThreadId);
+                                        jint ownerDepth);
     static jboolean endLockContention(JNIEnv* env, jint methodId, jstring lockName,
                                       jbyte ownerRequestType, jstring ownerRequestName,
                                       jstring ownerApplicationName, jint ownerMethodId,
-                                      jint ownerThreadId);
+                                      jint ownerDepth);
     static jboolean beginLockRelease(JNIEnv* env, jint methodId, jstring lockName);
     static jboolean endLockRelease(JNIEnv* env, jint methodId, jstring lockName);
 

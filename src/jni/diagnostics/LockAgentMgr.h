@@ -52,9 +52,9 @@ extern "C" {
 // nothing. lockName: class of the lock object. methodId: the method performing the step. The rest
 // describes the lock's holder and is used by contentions only: the kind of its request (an event
 // kind: 4 servlet, 5 EJB, ... 0 none), that request's and its application's name, the method that
-// took the lock, the holder's thread id (accepted, not recorded). True when an event was queued.
+// took the lock, the depth of its request (accepted, not recorded). True when an event was queued.
 JNIEXPORT jboolean JNICALL Java_com_velora_probe_lock_LockAnalysisRuntime_appendEvent(
     JNIEnv* env, jclass self, jbyte kind, jstring lockName, jint methodId, jbyte ownerRequestType,
-    jstring ownerRequestName, jstring ownerApplicationName, jint ownerMethodId, jint ownerThreadId);
+    jstring ownerRequestName, jstring ownerApplicationName, jint ownerMethodId, jint ownerDepth);
 
 }  // extern "C"

@@ -9,6 +9,7 @@
 #include <jni.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,15 @@ void processHeapDump(char* begin, char* end);
 // The number after the last "-Xmx" of a command line as atoi reads it, so "-Xmx512m" gives 512; 128
 // when missing or 0.
 int maxHeapFromCommandLine(const std::vector<std::string>& arguments);
+
+// "MemAvailable" of a file like /proc/meminfo in bytes; -1 when it does not tell.
+std::int64_t availableMemory(const char* meminfo);
+// Whether that many bytes can be had: allocated for a trial, and not more than what is available
+// (-1: unknown). The second test is needed because the system promises more memory than it has.
+bool memoryCanHold(std::int64_t bytes, std::int64_t available);
+
+extern std::uint32_t heapDumpCount;  // analyses since the library was loaded
+extern char* ClzSumStr;              // the last summary until the native takes it; C heap
 
 extern "C" {
 

@@ -7,6 +7,11 @@
 
 #include <jni.h>
 
+// Writes the file name (256 bytes) and offset of a new thread dump; 0, or an error code.
+using ThreadDumpGenerator = int (*)(JNIEnv* env, char* filename, long* offset);
+// What the native does, with any generator: this platform's makes no dump.
+jint dumpThreads(JNIEnv* env, jobject info, ThreadDumpGenerator generate);
+
 extern "C" {
 
 // Three strings a frame, callee first: class (slash form), method, signature; elements of frames

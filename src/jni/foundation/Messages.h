@@ -90,6 +90,7 @@ struct Message {
     VEL_MESSAGE(kNoRecordForPhase, 1141, warn, "Events of kind %d with phase %d and action %d have no record and are not sent") \
     /* agent */                                                                                            \
     /* capture */                                                                                          \
+    VEL_MESSAGE(kGpsMaskTooLong, 1171, error, "GPS region mask \"%s\" has more than 31 bits; correlation tokens stay as they were") \
     /* instrumentation */                                                                                  \
     VEL_MESSAGE(kBadClassMagic, 1181, error, "Bad class file magic %0X")                                    \
     VEL_MESSAGE(kClassFileCorrupt, 1182, error, "Class file corrupt")                                       \

@@ -1,0 +1,33 @@
+#include "capture/EventStamp.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "capture/JavaText.h"
+#include "event/ThreadData.h"
+#include "foundation/Platform.h"
+#include "transport/MemoryMonitor.h"
+
+namespace capture {
+
+void stamp(Event& event, ThreadData* thread, ClockOrder order) {
+    event.threadId_ = thread == nullptr ? 0 : thread->getThreadIntId();
+    if (order == ClockOrder::wallFirst) getCurrentTime(&event.timeSec_, &event.timeUSec_);
+    const jlong cpuTime = getCurrentThreadCpuTime();
+    event.cpuTime_ = thread == nullptr ? cpuTime : thread->saveAndTestCPUTime(cpuTime);
+    if (order == ClockOrder::cpuFirst) getCurrentTime(&event.timeSec_, &event.timeUSec_);
+}
+
+void charge(Event& event, int bytes) {
+    constexpr int kMost = std::numeric_limits<std::int16_t>::max();
+    event.size_ = static_cast<std::int16_t>(std::min(event.size_ + bytes, kMost));
+}
+
+char* attach(Event& event, JNIEnv* env, jstring text, int limit) {
+    const javatext::Text copied =
+        javatext::copy(env, text, limit > 0 ? limit : MemoryMonitor::getURLLimit());
+    charge(event, copied.length - 1);
+    return copied.chars;
+}
+
+}  // namespace capture

@@ -1,0 +1,38 @@
+// What every builder does to its event: thread id, clocks, texts.
+#pragma once
+
+#include <jni.h>
+
+#include <cstdint>
+
+#include "event/Event.h"
+
+class ThreadData;
+
+namespace capture {
+
+// The clock that is read first stands outside the interval between a begin and its end.
+enum class ClockOrder { wallFirst, cpuFirst };
+
+// Thread id (0 without a record), wall time and thread CPU time, which never runs backwards within
+// a record. One reading of the CPU clock, the dearest step of the request path.
+void stamp(Event& event, ThreadData* thread, ClockOrder order);
+
+// In the order that keeps the CPU readings of a begin and its end inside the measured interval.
+inline void stamp(Event& event, ThreadData* thread) {
+    stamp(event, thread,
+          event.getSubType() == START ? ClockOrder::wallFirst : ClockOrder::cpuFirst);
+}
+
+// A copy of a Java string for the event, cut at the limit (bytes with the terminator; 0: the URL
+// limit), its length added to the event's cost. Never null.
+[[nodiscard]] char* attach(Event& event, JNIEnv* env, jstring text, int limit = 0);
+
+// Charges bytes to the event; the cost stays at its greatest value rather than wrap.
+void charge(Event& event, int bytes);
+
+inline jmethodID methodIdFrom(jint id) {
+    return reinterpret_cast<jmethodID>(static_cast<std::intptr_t>(id));
+}
+
+}  // namespace capture
