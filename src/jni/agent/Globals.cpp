@@ -1,5 +1,5 @@
-// The process-wide pointers and switches of foundation/Globals.h, with the values they have before anything
-// has been loaded.
+// The process-wide pointers and switches of foundation/Globals.h, with the values they have before
+// anything has been loaded.
 #include "foundation/Globals.h"
 
 std::atomic<JVMPI_Interface*> jvmpi{nullptr};

@@ -22,6 +22,25 @@
 
 #include <jni.h>
 
+extern "C" {
+
+JNIEXPORT void JNICALL Java_com_velora_command_MethodLevelModule_initializeClass(
+    JNIEnv* env, jobject self, jint classId, jstring className, jintArray methodIds,
+    jobjectArray names, jobjectArray signatures);
+JNIEXPORT void JNICALL Java_com_velora_command_MethodLevelModule_unloadClass(
+    JNIEnv* env, jobject self, jint classId, jstring className, jintArray methodIds);
+JNIEXPORT jboolean JNICALL Java_com_velora_probe_l3trace_BcmRuntime_appendL3Event(JNIEnv* env,
+                                                                                  jclass self,
+                                                                                  jbyte phase,
+                                                                                  jint methodId);
+JNIEXPORT jboolean JNICALL Java_com_velora_probe_l3trace_BcmRuntime_sendClassEventNative(
+    JNIEnv* env, jclass self, jint classId, jstring className, jintArray methodIds,
+    jobjectArray names, jobjectArray signatures);
+JNIEXPORT jboolean JNICALL Java_com_velora_probe_l3trace_BcmRuntime_sendClassUnloadEventNative(
+    JNIEnv* env, jclass self, jint classId, jstring className, jintArray methodIds);
+
+}  // extern "C"
+
 // For servers with a just-in-time compiler that had to be told to leave monitored classes alone.
 // Today's VMs keep method events exact by themselves: does nothing.
 void turnOffJitOfApps();

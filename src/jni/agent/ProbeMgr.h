@@ -1,8 +1,11 @@
-// Owns the collector's life: identity, the VM interface, which VM events are on, the order in which the
-// other managers are made, started, stopped and destroyed, the MOD level, and the disabled state.
+// Owns the collector's life: identity, the VM interface, which VM events are on, the order in which
+// the other managers are made, started, stopped and destroyed, the MOD level, and the disabled
+// state.
 //
-// Threads: the controller's Java thread and the loading thread; the class-wide flags are atomics because
-// capture and worker threads read them.
+// Threads: the controller's Java threads and the loading thread; the class-wide flags are atomics
+// because capture and worker threads read them. The identity texts are written once while the
+// library loads. Version and component id belong to the controller: set before the probe is
+// started.
 #pragma once
 
 #include <jni.h>
@@ -11,6 +14,9 @@
 
 #include "foundation/VeloraBase.h"
 #include "jvmpi/jvmpi.h"
+
+// How method tracing is arranged: 1000 classic, 1001 new, 1002 hybrid.
+extern std::atomic<int> cy_tracing_mode;
 
 class ProbeMgr : public virtual VeloraBase {
 public:
@@ -40,7 +46,7 @@ public:
     static bool isJVMPIEnabled() { return jvmpi_.load(std::memory_order_acquire) != nullptr; }
     static JVMPI_Interface* getJVMPI() { return jvmpi_.load(std::memory_order_acquire); }
     static JavaVM* getJVM() { return jvmPtr_; }
-    static bool restartOnToL1() { return restartOnToFromL1_; }
+    static bool restartOnToL1() { return restartOnToFromL1_.load(std::memory_order_relaxed); }
     static void setEventMgrReady(bool ready);
     static void setNetworkMgrReady(bool ready);
 
@@ -59,8 +65,8 @@ public:
 
     const char* getAppServerVersion() const { return appVersion_; }
     void setAppServerVersion(const char* version);  // ignores null and empty
-    int getAdminServerPort() const { return adminPort_; }
-    void setAdminServerPort(int port) { adminPort_ = port; }
+    int getAdminServerPort() const { return adminPort_.load(std::memory_order_relaxed); }
+    void setAdminServerPort(int port) { adminPort_.store(port, std::memory_order_relaxed); }
     const char* getComponentId() const { return compID_; }
     void setComponentId(const char* id);  // ignores null and empty
 
@@ -69,16 +75,16 @@ private:
 
     char appVersion_[100];
     char compID_[256];
-    int adminPort_ = 0;
-    bool createTable_ = true;  // the class and method tables still have to be made
+    std::atomic<int> adminPort_{0};  // 0: not known
+    bool createTable_ = true;        // the class and method tables still have to be made
 
-    static ProbeMgr* instance_;
+    static std::atomic<ProbeMgr*> instance_;
     static std::atomic<int> probeLevel_;
     static std::atomic<bool> isProbeDisabled_;
     static std::atomic<bool> eventMgrReady_;
     static std::atomic<bool> netMgrReady_;
-    static bool restartOnToFromL1_;
-    static bool initInterface_;
+    static std::atomic<bool> restartOnToFromL1_;
+    static std::atomic<bool> initInterface_;
     static JavaVM* jvmPtr_;
     static std::atomic<JVMPI_Interface*> jvmpi_;
     static char** includeList_;  // null-terminated, owned

@@ -12,6 +12,7 @@
 #include "jvmpi/jvmpi.h"
 
 class MethodEvent;
+class jclass_t;
 class jmethod_t;
 
 extern "C" {
@@ -44,6 +45,11 @@ void f_disableNestedRequests();
 // first, at an end last, so that the cost of measuring stays outside the measured interval at both
 // ends.
 void getClocks(MethodEvent* m, bool start, JNIEnv* env);
+
+// The bookkeeping of an unload: marks the class dirty and sweeps when it is time, or, with the
+// deferred sweep switched off, unregisters and retires it at once. The record is gone for the
+// caller.
+void forgetClass(jclass_t* unloaded);
 
 // Marks the method's class as declared by Java (type 0); the last two arguments are not used.
 void setClassType(JNIEnv* env, jmethod_t* method, jobject self, jclass clazz);
