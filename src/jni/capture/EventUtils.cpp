@@ -9,6 +9,7 @@
 #include "capture/EventStamp.h"
 #include "capture/GPSTokenUtils.h"
 #include "capture/JavaText.h"
+#include "capture/NestedRequest.h"
 #include "event/Events.h"
 #include "foundation/Log.h"
 #include "transport/MemoryMonitor.h"
@@ -234,19 +235,14 @@ void EventUtils::beginBeanRequest(JNIEnv* env, jstring className, jstring method
                                   jstring descriptor) {
     VEL_TRACE("EventUtils::beginBeanRequest(JNIEnv*, jstring, jstring, jstring)");
     ThreadData* const thread = callingThread(env);
-    if (thread == nullptr || !enterRequest(*thread)) return;
-    auto event = std::make_unique<EJBEvent>(START);
-    event->servletDepth = thread->servletDepth_;
-    sendRequest(env, thread, event.release(), className, methodName, descriptor);
+    if (thread != nullptr)
+        capture::beginRequest<EJBEvent>(env, *thread, className, methodName, descriptor);
 }
 
 void EventUtils::endBeanRequest(JNIEnv* env, jstring, jstring, jstring) {
     VEL_TRACE("EventUtils::endBeanRequest(JNIEnv*, jstring, jstring, jstring)");
     ThreadData* const thread = callingThread(env);
-    if (thread == nullptr || !leaveRequest(*thread)) return;
-    auto event = std::make_unique<EJBEvent>(END);
-    event->servletDepth = thread->servletDepth_ + 1;
-    sendRequest(env, thread, event.release(), nullptr, nullptr, nullptr);
+    if (thread != nullptr) capture::endRequest<EJBEvent>(env, *thread);
 }
 
 void EventUtils::appendGCStartEvent(JNIEnv* env) {

@@ -6,6 +6,7 @@
 #include "capture/EventUtils.h"
 #include "capture/GPSTokenUtils.h"
 #include "capture/JavaText.h"
+#include "capture/NestedRequest.h"
 #include "event/RequestEvents.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
@@ -22,11 +23,9 @@ jint startHttp(JNIEnv* env, jstring requestName, jstring applicationName, jstrin
                jstring userName) {
     const bool limitReached = MemoryMonitor::reachedULimit(env);
     ThreadData* const thread = callingThread(env);
-    if (limitReached || thread == nullptr || !enterRequest(*thread)) return idOf(thread);
-    auto event = std::make_unique<ServletEvent>(START);
-    event->servletDepth = thread->servletDepth_;
-    event->userName = javatext::copy(env, userName, MemoryMonitor::getURLLimit()).chars;
-    EventUtils::sendRequest(env, thread, event.release(), requestName, applicationName, url);
+    if (!limitReached && thread != nullptr)
+        capture::beginRequest<ServletEvent>(env, *thread, requestName, applicationName, url,
+                                            userName);
     return idOf(thread);
 }
 

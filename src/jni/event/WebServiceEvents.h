@@ -13,8 +13,8 @@ public:
     explicit WSProviderEvent(EventSubType subType) : RequestEvent(WS_PROVIDER, subType) {}
 };
 
-// Intended: does not free its three texts; the builder hands over texts that outlive the event.
-class WSFaultEvent final : public Event {
+// Intended: does not free its three texts; a builder that makes texts of its own derives from it.
+class WSFaultEvent : public Event {
 public:
     explicit WSFaultEvent(EventSubType subType) : Event(WS_FAULT, subType, EventCosts::WS_FAULT) {}
 
