@@ -121,6 +121,7 @@ public:
     std::atomic<std::uint32_t> threadIntId_{0};  // id in records; 0 until ThreadMgr gives one
 
 private:
+    friend class RecordPins;
     friend class ThreadMgr;
     // The first half of the destruction, for a record that another thread may still be looking at:
     // nothing is accepted any more and what waits is deleted, but no memory goes that a reader
@@ -135,4 +136,5 @@ private:
     std::atomic<std::int32_t> refused_[DroppedEvent::kLostClasses] = {};
     std::atomic<std::uint32_t> gatedCalls_{0};
     std::vector<std::unique_ptr<char[]>> formerNames_;  // replaced names, kept for late readers
+    ThreadData* nextWaiting_ = nullptr;                 // chain of RecordPins, under its lock
 };

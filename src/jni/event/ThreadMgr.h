@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <vector>
 
 #include "foundation/VelHashTable.h"
 #include "foundation/VelLock.h"
@@ -23,6 +24,7 @@
 #include "jvmpi/jvmpi.h"
 
 class ThreadData;
+enum class Loss;
 
 using JNIEnvMap = std::map<std::uint32_t, JNIEnv*>;
 
@@ -92,6 +94,7 @@ public:
     void setThreadStopped(unsigned id);
     int
     getAllStoppedThreadIDs();  // collects and empties the ring; the ids stand in stoppedTIDCopyArr_
+    std::vector<std::uint32_t> takeStoppedThreadIDs();  // both in one step
     // One copy per record, null-terminated; null when there is none. The caller frees copies and
     // array.
     ThreadDataCopy** getAllThreadDataCopies();
@@ -110,9 +113,13 @@ public:
     static std::uint32_t (*getTimeStamp)();
 
 private:
+    void discardAll();
+    void discard(ThreadData* record, Loss reason);
+    ThreadData* findOwn(JNIEnv* env);
+    ThreadData* registerNew(JNIEnv* env, bool onlyWhenStarted);
+    bool enlist(JNIEnv* env, ThreadData* record, bool onlyWhenStarted);
+    void withdraw(JNIEnv* env, ThreadData* record);
     unsigned assignIdLocked(ThreadData* record);  // caller holds threadDataLock_
-    bool registerRecord(JNIEnv* env, ThreadData* record);
-    ThreadData* findPinned(JNIEnv* env, int slot);
 
     VelHashTable<JNIEnv*, ThreadData*>* thrTable_;  // owned
     JNIEnvMap* thrMap_;            // owned: id to environment, under threadDataLock_

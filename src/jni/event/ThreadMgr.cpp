@@ -1,0 +1,400 @@
+// The registry of monitored threads.
+#include "event/ThreadMgr.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "event/RecordPins.h"
+#include "event/ThreadData.h"
+#include "foundation/Globals.h"
+#include "foundation/Log.h"
+#include "transport/EvtAgentMgr.h"
+#include "transport/LossBook.h"
+
+namespace {
+
+constexpr const char* kSource = "ThreadMgr";
+
+std::mutex instanceLock;  // guards making and destroying the singleton, and retiredMgr
+// The manager destroyed last. A native that read the pointer just before may still be inside, so
+// its memory goes one destroy() later.
+ThreadMgr* retiredMgr = nullptr;
+
+std::uint32_t processorClock() {
+    return static_cast<std::uint32_t>(std::clock());
+}
+
+bool sameName(const char* one, const char* other) {
+    return one != nullptr && std::strcmp(one, other) == 0;
+}
+
+}  // namespace
+
+std::uint32_t ThreadMgr::stoppedTIDArr_[kStoppedSlots];
+std::uint32_t ThreadMgr::stoppedTIDCopyArr_[kStoppedSlots];
+int ThreadMgr::stopIndex_ = -1;
+int ThreadMgr::stopTIDCnt_ = 0;
+std::uint32_t (*ThreadMgr::getTimeStamp)() = processorClock;
+
+ThreadMgr::ThreadMgr()
+    : VeloraBase("ThreadMgr"),
+      thrTable_(new VelHashTable<JNIEnv*, ThreadData*>(64, true)),
+      thrMap_(new JNIEnvMap),
+      lock_(new VelLock),
+      threadDataLock_(new VelLock) {
+    VEL_TRACE("ThreadMgr()");
+}
+
+ThreadMgr::~ThreadMgr() {
+    VEL_TRACE("~ThreadMgr()");
+    discardAll();
+    delete thrTable_;
+    delete thrMap_;
+    delete lock_;
+    delete threadDataLock_;
+}
+
+ThreadMgr* ThreadMgr::getInstance() {
+    if (ThreadMgr* const made = thrMgr_.load(std::memory_order_acquire); made != nullptr)
+        return made;
+    const std::lock_guard hold(instanceLock);
+    ThreadMgr* made = thrMgr_.load(std::memory_order_acquire);
+    if (made == nullptr) {
+        made = new ThreadMgr;
+        made->initialize();
+        thrMgr_.store(made, std::memory_order_release);
+    }
+    return made;
+}
+
+void ThreadMgr::destroy() {
+    VEL_TRACE("ThreadMgr::destroy()");
+    const std::lock_guard hold(instanceLock);
+    ThreadMgr* const last = thrMgr_.exchange(nullptr, std::memory_order_acq_rel);
+    if (last == nullptr) return;
+    last->start_.store(false, std::memory_order_release);
+    last->discardAll();
+    delete std::exchange(retiredMgr, last);
+}
+
+void ThreadMgr::start() {
+    VEL_TRACE("start()");
+    initializeAfterJVMPI();
+    RecordPins::sweep();
+    thrTable_->preInitLocks();
+    start_.store(true, std::memory_order_release);
+    logMessage(msg::kThreadMgrStarted);
+}
+
+void ThreadMgr::stop() {
+    VEL_TRACE("stop()");
+    start_.store(false, std::memory_order_release);
+    discardAll();
+    LossBook::write(true);
+    logMessage(msg::kThreadMgrStopped);
+}
+
+// Every record goes: the registered ones and those whose thread has ended but whose agent has not
+// come by.
+void ThreadMgr::discardAll() {
+    const VelLockGuard hold(*threadDataLock_);
+    std::set<ThreadData*> records;
+    records.swap(owned_);
+    thrTable_->clear();
+    thrMap_->clear();
+    RecordPins::recordsChanged();
+    for (ThreadData* const record : records) discard(record, Loss::probeStopped);
+    RecordPins::sweep();
+}
+
+// Caller holds threadDataLock_, and has unregistered the record.
+void ThreadMgr::discard(ThreadData* record, Loss reason) {
+    owned_.erase(record);
+    record->retire(reason);
+    RecordPins::freeWhenUnpinned(record);
+}
+
+ThreadData* ThreadMgr::getThreadData(JNIEnv* env) {
+    VEL_TRACE("getThreadData(JNIEnv*)");
+    if (!isReady()) [[unlikely]] {
+        VEL_DEBUG_MIN("getThreadData", "ThreadMgr not started, returning null");
+        return nullptr;
+    }
+    if (env == nullptr) [[unlikely]] {
+        VEL_DEBUG_MIN("getThreadData", "NULL Env id");
+        return nullptr;
+    }
+    if (ThreadData* const own = RecordPins::own(env); own != nullptr) [[likely]]
+        return own;
+    ThreadData* record = findOwn(env);
+    if (record == nullptr) return createThreadData(env);
+    if (record->getThreadId() == env) return record;
+    _logError(kSource, __LINE__,
+              "thr->getThreadId() != env, there is a problem with the internal hashtable "
+              "implementation. Try it again");
+    record = findOwn(env);
+    if (record != nullptr && record->getThreadId() == env) return record;
+    _logError(kSource, __LINE__, "Second try also failed, getThreadData will return NULL");
+    RecordPins::unpin(record);
+    return nullptr;
+}
+
+ThreadData* ThreadMgr::getThreadData(JVMPI_Event* evt) {
+    VEL_TRACE("getThreadData(JVMPI_Event*)");
+    if (!isReady()) {
+        VEL_DEBUG_MIN("getThreadData", "ThreadMgr not started, returning null");
+        return nullptr;
+    }
+    if (evt == nullptr || evt->env_id == nullptr) {
+        _logWarn(kSource, __LINE__, "NULL env id in getThreadDataJVMPI");
+        VEL_DEBUG_MIN("getThreadData", "NULL env id");
+        return nullptr;
+    }
+    return getThreadData(evt->env_id);
+}
+
+ThreadData* ThreadMgr::findOwn(JNIEnv* env) {
+    return RecordPins::pinOwn(env, [&] { return thrTable_->get(env); });
+}
+
+ThreadData* ThreadMgr::getThreadDataIfPresent(JNIEnv* env) {
+    VEL_TRACE("getThreadDataIfPresent(JNIEnv*)");
+    if (env == nullptr) return nullptr;
+    if (ThreadData* const own = RecordPins::own(env); own != nullptr) return own;
+    return RecordPins::pinOther([&] { return thrTable_->get(env); });
+}
+
+ThreadData* ThreadMgr::getThreadData(char* grpname, char* thrname) {
+    VEL_TRACE("getThreadData(char*, char*)");
+    if (!isReady()) {
+        VEL_DEBUG_MIN("getThreadData", "ThreadMgr not started, returning null");
+        return nullptr;
+    }
+    if (grpname == nullptr || thrname == nullptr) return nullptr;
+    // Under the lock, so that no record of the snapshot is deleted before it is pinned.
+    const VelLockGuard hold(*threadDataLock_);
+    const std::unique_ptr<ThreadData*[]> records(thrTable_->getVals());
+    for (ThreadData** at = records.get(); *at != nullptr; ++at)
+        if (sameName((*at)->getGroupName(), grpname) && sameName((*at)->getThreadName(), thrname))
+            return RecordPins::pinOther([&] { return *at; });
+    return nullptr;
+}
+
+ThreadData* ThreadMgr::createThreadData(JNIEnv* env) {
+    VEL_TRACE("createThreadData(JNIEnv*)");
+    EvtAgentMgr* const agents = evtMgr_.load(std::memory_order_acquire);
+    if (agents == nullptr || !agents->isReady()) {
+        VEL_DEBUG_MIN("createThreadData", "EventMgr not ready, returning null");
+        return nullptr;
+    }
+    if (jvmpi.load(std::memory_order_acquire) == nullptr) return nullptr;
+    ThreadData* const record = registerNew(env, true);
+    if (record == nullptr) return nullptr;
+    if (agents->manageThreadData(record) != 0) return record;
+    _logError(kSource, __LINE__, "Internal Error: EventManager could not manage Thread");
+    withdraw(env, record);
+    return nullptr;
+}
+
+ThreadData* ThreadMgr::createSpecialEventQueue(JNIEnv* env) {
+    VEL_TRACE("createSpecialEventQueue(JNIEnv*)");
+    if (env != nullptr)
+        if (ThreadData* const present = findOwn(env); present != nullptr) return present;
+    return registerNew(env, false);
+}
+
+// A new record, registered and pinned; null when the table refuses it, or when the manager has been
+// stopped meanwhile and onlyWhenStarted.
+ThreadData* ThreadMgr::registerNew(JNIEnv* env, bool onlyWhenStarted) {
+    auto* const record = new ThreadData(env);
+    bool registered = false;
+    try {
+        registered = enlist(env, record, onlyWhenStarted);
+    } catch (...) {  // no memory for a node
+        withdraw(env, record);
+        throw;
+    }
+    if (registered) return record;
+    char message[96];
+    std::snprintf(message, sizeof message,
+                  "Insertion into Hashtable failed (JNI based) for Thread with ID: %ld",
+                  reinterpret_cast<long>(env));
+    _logError(kSource, __LINE__, message);
+    withdraw(env, record);
+    return nullptr;
+}
+
+bool ThreadMgr::enlist(JNIEnv* env, ThreadData* record, bool onlyWhenStarted) {
+    const VelLockGuard hold(*threadDataLock_);
+    owned_.insert(record);
+    if (onlyWhenStarted && !isReady()) return false;
+    const bool put = thrTable_->put(env, record);
+    thrMap_->emplace(assignIdLocked(record), env);
+    RecordPins::pinOwn(env, [&] { return record; });
+    return put;
+}
+
+// Takes a record back that could not be put to use; stop() may have taken it already.
+void ThreadMgr::withdraw(JNIEnv* env, ThreadData* record) {
+    const VelLockGuard hold(*threadDataLock_);
+    if (owned_.count(record) == 0) return;
+    if (env != nullptr) thrTable_->remove(env);
+    removeThreadFromMap(record->getThreadIntId());
+    RecordPins::recordsChanged();
+    discard(record, Loss::threadEnded);
+}
+
+// Intended: ids start at the processor clock and not at a counter, so that those of a restarted
+// server do not repeat the ones it had before. 0 is left out, it means "no thread".
+unsigned ThreadMgr::assignIdLocked(ThreadData* record) {
+    unsigned id = getTimeStamp();
+    while (id == 0 || thrMap_->count(id) != 0) ++id;
+    record->threadIntId_.store(id, std::memory_order_relaxed);
+    return id;
+}
+
+bool ThreadMgr::deleteThreadData(ThreadData* data) {
+    VEL_TRACE("deleteThreadData(ThreadData*)");
+    if (!isReady()) {
+        VEL_DEBUG_MIN("deleteThreadData", "ThreadMgr not started, returning false");
+        return false;
+    }
+    if (data == nullptr) return false;
+    VEL_DEBUG_MAX("deleteThreadData", "Thread being deleted.   pid = %d", data->getPID());
+    const VelLockGuard hold(*threadDataLock_);
+    discard(data, Loss::threadEnded);
+    RecordPins::sweep();
+    return true;
+}
+
+bool ThreadMgr::removeThreadData(JNIEnv* env) {
+    VEL_TRACE("removeThreadData(JNIEnv*)");
+    if (env == nullptr) return false;
+    const VelLockGuard hold(*threadDataLock_);
+    const bool removed = thrTable_->remove(env);
+    RecordPins::recordsChanged();
+    if (!removeThreadFromMap(env)) {
+        char message[96];
+        std::snprintf(message, sizeof message, "Removal from the thread map failed, TID: %p",
+                      static_cast<void*>(env));
+        _logWarn(kSource, __LINE__, message);
+    }
+    return removed;
+}
+
+bool ThreadMgr::updateOnThreadEnd(JNIEnv* tid) {
+    VEL_TRACE("updateOnThreadEnd(JNIEnv*)");
+    if (tid == nullptr) return false;
+    if (removeThreadData(tid)) return true;
+    VEL_DEBUG_MIN("updateOnThreadEnd", "ThreadData was not there in table, TID: %d", tid);
+    return false;
+}
+
+bool ThreadMgr::owns(const ThreadData* data) {
+    const VelLockGuard hold(*threadDataLock_);
+    return owned_.count(const_cast<ThreadData*>(data)) != 0;
+}
+
+int ThreadMgr::getThreadCount() {
+    VEL_TRACE("getThreadCount()");
+    if (isReady()) return thrTable_ == nullptr ? 0 : static_cast<int>(thrTable_->size());
+    VEL_DEBUG_MIN("getThreadCount", "ThreadMgr not started, returning null");
+    return 0;
+}
+
+bool ThreadMgr::threadExists(int id) {
+    VEL_TRACE("threadExists(int)");
+    return thrTable_->contains(findJNIEnv(static_cast<unsigned>(id)));
+}
+
+JNIEnv* ThreadMgr::findJNIEnv(unsigned id) {
+    VEL_TRACE("findJNIEnv(unsigned)");
+    const VelLockGuard hold(*threadDataLock_);
+    const auto found = thrMap_->find(id);
+    return found == thrMap_->end() ? nullptr : found->second;
+}
+
+bool ThreadMgr::findThreadId(JNIEnv* env, unsigned* id) {
+    VEL_TRACE("findThreadId(JNIEnv*, unsigned*)");
+    const VelLockGuard hold(*threadDataLock_);
+    for (const auto& [key, value] : *thrMap_) {
+        if (value != env) continue;
+        *id = key;
+        return true;
+    }
+    return false;
+}
+
+std::uintptr_t ThreadMgr::CastThreadId(JNIEnv* env) {
+    VEL_TRACE("CastThreadId(JNIEnv*)");
+    unsigned id = 0;
+    return findThreadId(env, &id) ? id : reinterpret_cast<std::uintptr_t>(env);
+}
+
+bool ThreadMgr::removeThreadFromMap(unsigned id) {
+    VEL_TRACE("removeThreadFromMap(unsigned)");
+    const VelLockGuard hold(*threadDataLock_);
+    return thrMap_->erase(id) != 0;
+}
+
+bool ThreadMgr::removeThreadFromMap(JNIEnv* env) {
+    VEL_TRACE("removeThreadFromMap(JNIEnv*)");
+    const VelLockGuard hold(*threadDataLock_);
+    unsigned id = 0;
+    return findThreadId(env, &id) && thrMap_->erase(id) != 0;
+}
+
+void ThreadMgr::setThreadStopped(unsigned id) {
+    VEL_TRACE("setThreadStopped(unsigned)");
+    const VelLockGuard hold(*lock_);
+    if (stopIndex_ > 299) stopIndex_ = -1;
+    stoppedTIDArr_[++stopIndex_] = id;
+}
+
+int ThreadMgr::getAllStoppedThreadIDs() {
+    VEL_TRACE("getAllStoppedThreadIDs()");
+    const VelLockGuard hold(*lock_);
+    std::memcpy(stoppedTIDCopyArr_, stoppedTIDArr_, sizeof stoppedTIDArr_);
+    stopTIDCnt_ = stopIndex_ + 1;
+    stopIndex_ = -1;
+    return stopTIDCnt_;
+}
+
+std::vector<std::uint32_t> ThreadMgr::takeStoppedThreadIDs() {
+    const VelLockGuard hold(
+        *lock_);  // re-entrant: the copy must still be this call's when it is read
+    const int count = getAllStoppedThreadIDs();
+    return {stoppedTIDCopyArr_, stoppedTIDCopyArr_ + count};
+}
+
+ThreadDataCopy** ThreadMgr::getAllThreadDataCopies() {
+    VEL_TRACE("getAllThreadDataCopies()");
+    const VelLockGuard hold(*threadDataLock_);
+    const std::unique_ptr<ThreadData*[]> records(thrTable_->getVals());
+    std::size_t count = 0;
+    while (records[count] != nullptr) ++count;
+    if (count == 0) return nullptr;
+    auto** const copies = new ThreadDataCopy* [count + 1] {};
+    for (std::size_t i = 0; i < count; ++i)
+        copies[i] = new ThreadDataCopy(records[i]->getPID(), records[i]->getPPID());
+    return copies;
+}
+
+int ThreadMgr::setLinuxThreadingModel(int processId) {
+    VEL_TRACE("setLinuxThreadingModel(int)");
+    int first = -1;
+    if (!firstPid.compare_exchange_strong(first, processId)) {
+        int unknown = ThreadModelUnknown;
+        linuxThreadModel.compare_exchange_strong(
+            unknown, first == processId ? AllThreadsInOneProcess : EachThreadIsAProcess);
+    }
+    return linuxThreadModel;
+}
+
+_LinuxThreadModel ThreadMgr::getLinuxThreadingModel() const {
+    return static_cast<_LinuxThreadModel>(linuxThreadModel.load());
+}
