@@ -1,9 +1,17 @@
-// The collector's settings: one flat table read once from the properties file that applies to this node
-// and server, with typed getters and change listeners.
+// The collector's settings: one flat table read once from the properties file that applies to this
+// node and server, with typed getters and change listeners.
 //
 // Ownership: frees its keys, values and lists; returned texts belong to the table.
-// Threads: reads take no lock (the table is written at load time and by the rare setters, which hold lock_).
+// Threads: reads take no lock (the table is written at load time and by the rare setters, which
+// hold lock_).
 #pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
 
 #include "foundation/VelHashTable.h"
 #include "foundation/VelLock.h"
@@ -18,7 +26,7 @@ public:
 
 class PropertyMgr : public virtual VeloraBase {
 public:
-    static PropertyMgr* getInstance();  // made and loaded on first call
+    static PropertyMgr* getInstance();  // made, loaded and only then published on first call
     static void destroy();
     ~PropertyMgr() override;
 
@@ -42,9 +50,9 @@ public:
 
     const char* getFileName() const { return fileName_; }  // the file in use
 
-    // The value of key when it lies in [lowest, highest], else the nearest of the two, with one warning
-    // that names key, value and replacement (1101). A value that is no number counts as out of range and
-    // gives def.
+    // The value of key when it lies in [lowest, highest], else the nearest of the two, with one
+    // warning that names key, value and replacement (1101). A value that is no number counts as out
+    // of range and gives def.
     long getBoundedProperty(const char* key, long def, long lowest, long highest) const;
 
     static const char* const prop_names[];  // the known keys, null-terminated
@@ -59,9 +67,20 @@ private:
     void putInternalProp(const char* key, const char* value);
     const char* getInternalProp(const char* key) const;
 
+    bool isRegistered(PropertyListener* listener);  // caller holds lock_
+    void warnOnce(const char* key, const char* value, long used) const;
+
     VelList<PropertyListener*> list_;
-    VelHashTable<char*, char*> props_;
-    VelLock* lock_;   // guards writes of props_ and list_
-    char* fileName_;  // owned, 256 bytes
-    static PropertyMgr* instance_;
+    VelHashTable<char*, char*> props_;  // keys and values are freed by the destructor
+    VelLock* lock_;                     // owned; guards writes of props_, retired_ and list_
+    char* fileName_ = nullptr;          // owned; null: no file was found
+
+    // Values that were replaced. Readers hold such texts without a lock, so they live as long as
+    // the manager; settings change rarely.
+    std::vector<std::unique_ptr<char[]>> retired_;
+
+    mutable std::mutex warnedLock_;         // guards warned_
+    mutable std::set<std::string> warned_;  // keys whose unusable value was reported
+
+    static std::atomic<PropertyMgr*> instance_;
 };

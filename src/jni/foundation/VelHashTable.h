@@ -84,7 +84,7 @@ public:
     }
 
     // The value, or 0 when absent: a stored 0 cannot be told from a missing key.
-    V get(const K& key) {
+    V get(const K& key) const {
         VEL_TRACE("get(const K&)");
         if (key == K()) {
             VEL_DEBUG_MIN("get", "trying to get with NULL Key, so ignoring");
@@ -96,7 +96,7 @@ public:
         return found == nullptr ? V() : found->val_.load(std::memory_order_acquire);
     }
 
-    bool contains(const K& key) {
+    bool contains(const K& key) const {
         VEL_TRACE("contains(const K&)");
         if (key == K()) {
             VEL_DEBUG_MIN("contains", "checking contains with NULL Key, so ignoring");
@@ -130,10 +130,10 @@ public:
 
     // Snapshots in bucket order, closed by a null (zero); the caller frees them with delete[].
     // Entries that appear while the snapshot is taken may be missing from it.
-    K* getKeys() {
+    K* getKeys() const {
         return snapshot<K>([](const Node& node) { return node.key_; });
     }
-    V* getVals() {
+    V* getVals() const {
         return snapshot<V>(
             [](const Node& node) { return node.val_.load(std::memory_order_acquire); });
     }
@@ -222,7 +222,7 @@ private:
     }
 
     template <typename T, typename Pick>
-    T* snapshot(Pick pick) {
+    T* snapshot(Pick pick) const {
         VEL_TRACE("snapshot(Pick)");
         // A clear() that overlaps a remove() may leave the count below zero for a while.
         const long count = std::max(0L, size());
