@@ -4,8 +4,14 @@
 #include <atomic>
 #include <mutex>
 
+#include "jvmpi/ClassEvents.h"
+#include "jvmpi/ClassHook.h"
+#include "jvmpi/ClassIds.h"
+#include "jvmpi/Edge.h"
 #include "jvmpi/EventSwitch.h"
+#include "jvmpi/GcEvents.h"
 #include "jvmpi/Jvmti.h"
+#include "jvmpi/ThreadEvents.h"
 #include "jvmpi/VmProxy.h"
 
 namespace adapter {
@@ -33,6 +39,13 @@ void installCallbacks() {
     jvmtiEventCallbacks callbacks{};
     callbacks.VMInit = onVmInit;
     callbacks.VMDeath = onVmDeath;
+    callbacks.ThreadStart = onThreadStart;
+    callbacks.ThreadEnd = onThreadEnd;
+    callbacks.ClassFileLoadHook = onClassFileLoadHook;
+    callbacks.ClassPrepare = onClassPrepare;
+    callbacks.ObjectFree = onObjectFree;
+    callbacks.GarbageCollectionStart = onGcStart;
+    callbacks.GarbageCollectionFinish = onGcFinish;
     vmti()->SetEventCallbacks(&callbacks, sizeof callbacks);
     setNotified(JVMTI_EVENT_VM_INIT, true);
     setNotified(JVMTI_EVENT_VM_DEATH, true);

@@ -4,7 +4,11 @@
 #include <atomic>
 #include <mutex>
 
-#include "jvmpi/Jvmti.h"
+#include "jvmpi/ClassEvents.h"
+#include "jvmpi/ClassHook.h"
+#include "jvmpi/Edge.h"
+#include "jvmpi/GcEvents.h"
+#include "jvmpi/ThreadEvents.h"
 
 namespace adapter {
 namespace {
@@ -17,8 +21,15 @@ struct Offer {
 };
 
 constexpr Offer kOffers[] = {
+    {JVMPI_EVENT_THREAD_START, followThreadEvents},
+    {JVMPI_EVENT_THREAD_END, followThreadEvents},
+    {JVMPI_EVENT_CLASS_LOAD_HOOK, followClassHook},
+    {JVMPI_EVENT_CLASS_LOAD, followClassLoad},
+    {JVMPI_EVENT_CLASS_UNLOAD, followClassUnload},
     {JVMPI_EVENT_JVM_INIT_DONE, nullptr},
     {JVMPI_EVENT_JVM_SHUT_DOWN, nullptr},
+    {JVMPI_EVENT_GC_START, followGc},
+    {JVMPI_EVENT_GC_FINISH, followGc},
 };
 
 std::atomic<std::uint64_t> enabledTypes{0};  // bit n: type n; read on every VM event
@@ -42,6 +53,10 @@ std::uint64_t bitOf(jint type) {
     return std::uint64_t{1} << type;
 }
 
+bool follow(const Offer& offer) {
+    return offer.follow == nullptr || atEdge(false, [&] { return offer.follow(); });
+}
+
 }  // namespace
 
 jint enableEvent(jint type) noexcept {
@@ -49,9 +64,9 @@ jint enableEvent(jint type) noexcept {
     if (offer == nullptr) return JVMPI_NOT_AVAILABLE;
     const std::lock_guard guard(switchLock);
     enabledTypes.fetch_or(bitOf(type), std::memory_order_acq_rel);
-    if (offer->follow == nullptr || offer->follow()) return JVMPI_SUCCESS;
+    if (follow(*offer)) return JVMPI_SUCCESS;
     enabledTypes.fetch_and(~bitOf(type), std::memory_order_acq_rel);
-    offer->follow();
+    follow(*offer);
     return JVMPI_FAIL;
 }
 
@@ -60,8 +75,15 @@ jint disableEvent(jint type) noexcept {
     if (offer == nullptr) return JVMPI_NOT_AVAILABLE;
     const std::lock_guard guard(switchLock);
     enabledTypes.fetch_and(~bitOf(type), std::memory_order_acq_rel);
-    if (offer->follow != nullptr) offer->follow();
+    follow(*offer);
     return JVMPI_SUCCESS;
+}
+
+void catchUpWithVm() noexcept {
+    const std::lock_guard guard(switchLock);
+    for (const Offer& offer : kOffers) {
+        if (isEventOn(offer.type)) follow(offer);
+    }
 }
 
 bool isEventOn(jint type) noexcept {

@@ -15,6 +15,9 @@ JVMPI_Interface& interfaceTable() noexcept;
 jint enableEvent(jint type) noexcept;
 jint disableEvent(jint type) noexcept;
 
+// What had to wait for the VM to be up is done now, for every type that is on.
+void catchUpWithVm() noexcept;
+
 bool isEventOn(jint type) noexcept;
 
 // Hands the event to the agent: in this thread, before returning. Dropped when the agent has no

@@ -5,6 +5,7 @@
 #include <jni.h>
 #include <jvmti.h>
 
+#include <memory>
 #include <utility>
 
 namespace adapter {
@@ -91,6 +92,29 @@ private:
     JNIEnv* env_;
     Ref ref_;
 };
+
+// A weak global reference, shared by whoever looks at it while its table entry may be dropped.
+// Tables hand out copies under their lock and users turn them into local references outside: a
+// thread can be suspended inside any JNI call, and must not hold a lock then.
+class WeakRef {
+public:
+    WeakRef(JNIEnv* env, jobject target) : ref_(env->NewWeakGlobalRef(target)) {}
+    ~WeakRef() {
+        JNIEnv* env = ref_ == nullptr ? nullptr : currentEnv();
+        if (env != nullptr) env->DeleteWeakGlobalRef(ref_);
+    }
+    WeakRef(const WeakRef&) = delete;
+    WeakRef& operator=(const WeakRef&) = delete;
+
+    // Empty when the object is gone.
+    LocalRef<> get(JNIEnv* env) const {
+        return LocalRef<>(env, ref_ == nullptr ? nullptr : env->NewLocalRef(ref_));
+    }
+
+private:
+    jweak ref_;
+};
+using SharedWeakRef = std::shared_ptr<const WeakRef>;
 
 // Lays a pending Java exception aside so that JNI can be used, drops what the scope raised itself,
 // and puts the first one back.

@@ -1,0 +1,85 @@
+// Sends class-load and class-unload events.
+#include "jvmpi/ClassEvents.h"
+
+#include <semaphore.h>
+
+#include "jvmpi/ClassDescription.h"
+#include "jvmpi/ClassIds.h"
+#include "jvmpi/Edge.h"
+#include "jvmpi/EventSwitch.h"
+#include "jvmpi/ThreadControl.h"
+
+namespace adapter {
+namespace {
+
+jint sendClassLoad(JNIEnv* env, jclass type, jint eventType) {
+    ClassDescription description(env, type);
+    if (!description.isComplete()) return JVMPI_FAIL;
+    JVMPI_Event event{};
+    event.event_type = eventType;
+    event.env_id = env;
+    description.fill(event);
+    sendEvent(event);
+    return JVMPI_SUCCESS;
+}
+
+sem_t unloads;  // one post per freed mirror
+
+void postUnload() {
+    sem_post(&unloads);
+}
+
+void sendClassUnload(JNIEnv* env, jobjectID id) {
+    if (!isEventOn(JVMPI_EVENT_CLASS_UNLOAD)) return;
+    JVMPI_Event event{};
+    event.event_type = JVMPI_EVENT_CLASS_UNLOAD;
+    event.env_id = env;
+    event.u.class_unload.class_id = id;
+    sendEvent(event);
+}
+
+void JNICALL sendUnloadsForEver(jvmtiEnv*, JNIEnv* env, void*) {
+    for (;;) {
+        while (sem_wait(&unloads) != 0) {
+        }
+        atEdge([&] { drainUnloaded([&](jobjectID id) { sendClassUnload(env, id); }); });
+    }
+}
+
+}  // namespace
+
+bool followClassLoad() {
+    return setNotified(JVMTI_EVENT_CLASS_PREPARE, isEventOn(JVMPI_EVENT_CLASS_LOAD));
+}
+
+void JNICALL onClassPrepare(jvmtiEnv*, JNIEnv* env, jthread, jclass type) {
+    if (!isEventOn(JVMPI_EVENT_CLASS_LOAD)) return;
+    atEdge([&] {
+        const ExceptionAside aside(env);
+        sendClassLoad(env, type, JVMPI_EVENT_CLASS_LOAD);
+    });
+}
+
+bool followClassUnload() {
+    if (!isEventOn(JVMPI_EVENT_CLASS_UNLOAD)) return true;
+    static const bool queue = sem_init(&unloads, 0, 0) == 0;
+    setFreedListener(postUnload);
+    static bool started = false;  // changed under the switch's lock only
+    if (isLive() && !started) {   // before that the queue just fills
+        started = startAgentThread(currentEnv(), "JVMPI class unload events",
+                                   JVMTI_THREAD_NORM_PRIORITY, sendUnloadsForEver, nullptr);
+        return queue && started;
+    }
+    return queue;
+}
+
+jint requestClassLoad(jobjectID id) {
+    JNIEnv* env = currentEnv();
+    if (env == nullptr || !isLive()) return JVMPI_FAIL;
+    const ExceptionAside aside(env);
+    const LocalRef<jclass> type = classOfId(env, id);
+    if (!type) return JVMPI_FAIL;
+    return sendClassLoad(env, type.get(), JVMPI_EVENT_CLASS_LOAD | JVMPI_REQUESTED_EVENT);
+}
+
+}  // namespace adapter

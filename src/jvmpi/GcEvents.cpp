@@ -1,0 +1,126 @@
+// Queues garbage-collection events in the VM's thread and sends them from ours.
+#include "jvmpi/GcEvents.h"
+
+#include <semaphore.h>
+
+#include <atomic>
+
+#include "jvmpi/Edge.h"
+#include "jvmpi/EventSwitch.h"
+#include "jvmpi/ThreadControl.h"
+
+namespace adapter {
+namespace {
+
+// The queue is the semaphore's count: starts and finishes alternate strictly, so the n-th post is a
+// start for even n and a finish for odd n, and no burst can lose or reorder one.
+sem_t posts;
+
+// Pauses are announced one at a time, in a stopped world. The flag keeps the alternation should the
+// VM break it. The event's mode cannot change within a pause, because changing it needs the world
+// to move.
+std::atomic<bool> inPause{false};
+
+// Java heap figures, from java.lang.Runtime.
+class HeapMeter {
+public:
+    explicit HeapMeter(JNIEnv* env) : env_(env) {
+        const LocalRef<jclass> type(env, env->FindClass("java/lang/Runtime"));
+        if (!type) return;
+        const jmethodID get =
+            env->GetStaticMethodID(type.get(), "getRuntime", "()Ljava/lang/Runtime;");
+        total_ = env->GetMethodID(type.get(), "totalMemory", "()J");
+        free_ = env->GetMethodID(type.get(), "freeMemory", "()J");
+        if (get != nullptr) runtime_ = env->CallStaticObjectMethod(type.get(), get);
+        env->ExceptionClear();
+    }
+    ~HeapMeter() { env_->DeleteLocalRef(runtime_); }
+    HeapMeter(const HeapMeter&) = delete;
+    HeapMeter& operator=(const HeapMeter&) = delete;
+
+    // Bytes; both stay 0 when the runtime cannot be asked.
+    void read(jlong& used, jlong& total) const {
+        if (runtime_ == nullptr || total_ == nullptr || free_ == nullptr) return;
+        const jlong committed = env_->CallLongMethod(runtime_, total_);
+        const bool failed = env_->ExceptionCheck();
+        const jlong unused = failed ? 0 : env_->CallLongMethod(runtime_, free_);
+        if (failed || env_->ExceptionCheck()) {
+            env_->ExceptionClear();
+            return;
+        }
+        total = committed;
+        used = committed > unused ? committed - unused : 0;  // the heap may shrink between the two
+    }
+
+private:
+    JNIEnv* env_;
+    jobject runtime_ = nullptr;
+    jmethodID total_ = nullptr;
+    jmethodID free_ = nullptr;
+};
+
+void sendFinish(JNIEnv* env, const HeapMeter& heap) {
+    if (!isEventOn(JVMPI_EVENT_GC_FINISH)) return;
+    JVMPI_Event event{};
+    event.event_type = JVMPI_EVENT_GC_FINISH;
+    event.env_id = env;
+    event.u.gc_info.used_objects = 0;  // today's collectors do not count objects
+    heap.read(event.u.gc_info.used_object_space, event.u.gc_info.total_object_space);
+    sendEvent(event);
+}
+
+void JNICALL sendGcEventsForEver(jvmtiEnv*, JNIEnv* env, void*) {
+    const HeapMeter heap(env);
+    for (bool start = true;; start = !start) {
+        while (sem_wait(&posts) != 0) {
+        }
+        // The start is sent before any JNI call: that would block until the pause is over.
+        atEdge([&] {
+            if (start) {
+                sendPlainEvent(JVMPI_EVENT_GC_START, env);
+            } else {
+                sendFinish(env, heap);
+            }
+        });
+    }
+}
+
+bool isWanted() {
+    return isEventOn(JVMPI_EVENT_GC_START) || isEventOn(JVMPI_EVENT_GC_FINISH);
+}
+
+// Once; false when the VM refuses.
+bool prepareQueue() {
+    static const bool prepared =
+        sem_init(&posts, 0, 0) == 0 && acquire([](jvmtiCapabilities& wanted) {
+            wanted.can_generate_garbage_collection_events = 1;
+        });
+    return prepared;
+}
+
+bool startSender() {
+    static bool started = false;  // changed under the switch's lock only
+    started = started || startAgentThread(currentEnv(), "JVMPI garbage collection events",
+                                          JVMTI_THREAD_MAX_PRIORITY, sendGcEventsForEver, nullptr);
+    return started;
+}
+
+}  // namespace
+
+bool followGc() {
+    const bool on = isWanted();
+    if (on && !prepareQueue()) return false;
+    if (on && isLive() && !startSender()) return false;  // before that the queue just fills
+    return setNotified(JVMTI_EVENT_GARBAGE_COLLECTION_START, on) &&
+           setNotified(JVMTI_EVENT_GARBAGE_COLLECTION_FINISH, on);
+}
+
+void JNICALL onGcStart(jvmtiEnv*) {
+    if (!inPause.exchange(true)) sem_post(&posts);
+}
+
+void JNICALL onGcFinish(jvmtiEnv*) {
+    if (inPause.exchange(false)) sem_post(&posts);
+}
+
+}  // namespace adapter
