@@ -26,6 +26,8 @@ public:
 
     // Announces every known name again, in the order of the ids.
     void resendAll(JNIEnv* env);
+    // The same, as the network agents ask for it after every connect.
+    static void pushMethodsToPS(JNIEnv* env) { getInstance().resendAll(env); }
 
 private:
     PortalMethodMgr();

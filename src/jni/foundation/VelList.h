@@ -155,6 +155,27 @@ public:
         other->size_.store(0, std::memory_order_relaxed);
     }
 
+    // Moves up to count elements from the front of this list behind those of other, in their order;
+    // how many it moved. For a drain that would otherwise lock for every element.
+    // Lock order: this list, then other.
+    long moveFirst(long count, VelList<T>* other) {
+        if (other == nullptr || other == this || count < 1) return 0;
+        const VelLockGuard hold(hashLock_.get());
+        if (head_ == nullptr) return 0;
+        VelBucket<T>* last = head_;
+        long moved = 1;
+        for (; moved < count && last->next_ != nullptr; ++moved) last = last->next_;
+        const VelLockGuard holdOther(other->hashLock_.get());
+        (other->array_ == nullptr ? other->head_ : other->array_->next_) = head_;
+        other->array_ = last;
+        other->grow(moved);
+        head_ = last->next_;
+        if (head_ == nullptr) array_ = nullptr;
+        last->next_ = nullptr;
+        grow(-moved);
+        return moved;
+    }
+
     // A new iterator at the head; the caller deletes it and holds the list's lock while it walks.
     VelListIter<T>* iterator() { return new VelListIter<T>(this); }
 

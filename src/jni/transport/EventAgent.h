@@ -12,11 +12,14 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <vector>
 
 #include "foundation/VelList.h"
 #include "foundation/VelLock.h"
 #include "foundation/VeloraBase.h"
+#include "transport/LossBook.h"
 
 class DroppedEvent;
 class Event;
@@ -49,10 +52,16 @@ public:
     bool beginRun();
     void runBegun(JNIEnv* env);  // the loop, after beginRun() answered true
 
-    void wake();          // cuts the loop's period short
-    long queuedEvents();  // events in this agent's queues, refused counts not yet told included
-    // Deletes whatever is queued and counts it (LossBook); only while no loop runs.
-    void discardQueued();
+    void wake();  // cuts the loop's period short
+
+    // For the manager.
+    void adopt(VelList<ThreadData*>* threads);  // moves them into this agent's list
+    bool manages(const ThreadData* thread);
+    bool isBusy() const { return busy_.load(); }  // holds events that are in no queue
+    // Deletes and counts whatever is queued; on the loop's thread or while no loop runs.
+    void discardQueued(Loss reason);
+    // Events in the threads' queues, refused ones that no drop record has told yet included.
+    static long queuedEvents(VelList<ThreadData*>* threads);
 
 private:
     friend class EvtAgentMgr;
@@ -60,15 +69,27 @@ private:
 
     void setUp(JNIEnv* env);
     void tearDown();
-    void onePass();
-    void sendPass();
-    void psDownPass();
-    void exitPass();
+    void onePass(EvtAgentMgr* manager);
+    void sendPass(EvtAgentMgr* manager);
+    void sendPacket(EvtAgentMgr* manager);
     void pause();
+    void takeSnapshot();
+
+    bool isFull(const char* cursor) const { return cursor - buffer_.get() > packetBytes() - 512; }
+    long packetBytes() const { return eventPacketSize_ * 1024; }
+    void drain(ThreadData* thread, char** buff);
+    bool takeEvent(ThreadData* thread, Event* event, char** buff);
+    void shedOverflow(ThreadData* thread, char** buff);
+    void tellRefused(ThreadData* thread, char** buff);
+    void credit(ThreadData* thread, const Event* event);
+    long discardEvents(ThreadData* thread);
+    void remove(ThreadData* thread);
+    void noteTooLarge(const Event* event);
 
     int prepare2send();
     int sendInitRecords();
     void resendInitialData();
+    bool claimResendData();
     int dropRecordsFromQueue(ThreadData* thread, bool addDropRec, char** buff);
     void dropRecordsOnPSDown();
     void adjustDropQueueLimit();
@@ -76,6 +97,7 @@ private:
     void computeMemoryTaken();
     void updateDropRecordCounters(Event* event);
     void resetDropRecordCounters();
+    // Whether a record was written: none is when all counters are 0.
     bool addDropEvent(unsigned threadId, char** buff);
 
     std::unique_ptr<VelList<ThreadData*>> thrList_;
@@ -98,9 +120,20 @@ private:
     int methEndDropCnt_ = 0;
     int sqlEndDropCnt_ = 0;
     int reqEndDropCnt_ = 0;
+    std::mutex resendLock_;  // makes setting and claiming the two requests one step
     std::atomic<bool> resendInitRecord_{false};
     std::atomic<bool> resendInitData_{false};
     std::atomic<std::uint64_t> memUsed_{0};  // bytes
 
     VelLock waitLock_;  // only the loop's timed wait; notified by wake()
+    std::atomic<bool> busy_{false};
+    // The threads of the present pass: copied, so that the list's lock, which a thread's first
+    // capture call takes, is not held while events are encoded. Only this agent has these records
+    // deleted.
+    std::vector<ThreadData*> pass_;
+    std::vector<ThreadData*> ended_;  // to be removed at the end of the pass
+    VelList<Event*> batch_{false};    // events on their way from a queue to the packet
+    int packetRecords_ = 0;           // records in the present packet
+    long packetEvents_ = 0;           // captured events it accounts for
+    std::set<int> tooLargeKinds_;     // kinds that have been told about
 };

@@ -48,6 +48,9 @@ public:
     void resendDataDone(bool done);
     int getRoundRobinIndex();
     bool isLeader(const EventAgent* agent) const;
+    // Whether this agent sends the initial records on a new connection of that network agent: the
+    // leader does so on its own, and the others' connections are opened by who uses them.
+    bool mayOpenConnection(EventAgent* agent, const void* networkAgent);
 
     // The last act before the process exits: sends what is queued without waiting for the periods.
     // Returns when everything has been written, at once when the server cannot be reached, after ms
@@ -58,14 +61,19 @@ public:
     // For the agents: threads without a living agent, and the state of a flush.
     void takeOrphans(EventAgent* agent);
     void leaveOrphans(EventAgent* agent);
-    static bool isFlushing();    // passes follow each other without the period's wait
-    static bool isDiscarding();  // the flush is over: what is queued is counted and deleted
+    bool isManaged(ThreadData* thread);  // some agent drains it, or it waits for one
+    static bool isFlushing();            // passes follow each other without the period's wait
+    static bool isDiscarding();          // the flush is over: what is queued is counted and deleted
 
 private:
     void initialize() {}
     int initializeAfterJVMPI() { return 1; }
     void createData();
     void deleteData();
+    EventAgent* agentAt(int id);
+    static bool contains(VelList<ThreadData*>* list, const ThreadData* thread);
+    bool everythingSent(NetworkAgentMgr* network);
+    void wakeAll(NetworkAgentMgr* network);
 
     std::shared_mutex poolLock_;  // guards the pool's existence; held shared while an agent is used
     std::unique_ptr<EventAgent*[]> eventAgents_;  // slots; the agents are owned
@@ -78,6 +86,7 @@ private:
     std::atomic<EventAgent*> leader_{nullptr};
 
     VelList<ThreadData*> orphans_;  // threads whose agent has stopped
+    VelLock handOverLock_;          // makes moves between agents' lists and orphans_ one step
 
     static EvtAgentMgr* instance_;
 };

@@ -76,6 +76,7 @@ public:
     // Calls that found the gate closed, taken from a thread's record by the agent that drains it;
     // told to the operator once capture is on again, and at stop().
     static void noteGatedCalls(long calls);
+    static void writeGatedCalls();
     // The gate's mark on a thread record that is about to be deleted goes out of the count.
     static void forgetThread(ThreadData* thread);
 
@@ -83,9 +84,8 @@ private:
     static void initializeSizes();
     void readProperties();
     static void setResetTimer();
-    static bool passClosedGate(JNIEnv* env);
+    static void passClosedGate(JNIEnv* env);
     static void reopenFor(JNIEnv* env);
-    static void writeGatedCalls();
 
     std::unique_ptr<VelLock> lock_;              // held by a counter reset while it runs
     std::atomic<unsigned long> memoryTaken_{0};  // the last estimate, bytes
@@ -105,12 +105,12 @@ private:
     static std::atomic<int> urlLimit_;
     static std::atomic<int> sqlLimit_;
 
-    // Written while starting, before any worker runs.
-    static long resetTimerCount_;             // passes between counter resets
-    static long checkULimitCount_;            // passes counted towards the next reset
-    static unsigned long bookKeepingDSSize_;  // fixed overhead and smallest limit, bytes
-    static unsigned long userMemoryULimit_;   // the limit, bytes
-    static unsigned long memAcceptDelta_;     // capture resumes this far below the limit, bytes
+    // Written while starting; read by the leading agent and by status queries.
+    static std::atomic<unsigned long> bookKeepingDSSize_;  // fixed overhead, smallest limit; bytes
+    static std::atomic<unsigned long> userMemoryULimit_;   // the limit, bytes
+    static std::atomic<unsigned long> memAcceptDelta_;     // resumes this far below, bytes
+    static long resetTimerCount_;                          // passes between counter resets
+    static long checkULimitCount_;                         // passes counted towards the next reset
 
     static MemoryMonitor* instance_;
 };

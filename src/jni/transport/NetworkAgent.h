@@ -61,10 +61,10 @@ private:
     void readProperties();
     void onePass(JNIEnv* env);
     void connectUntilReady(JNIEnv* env);
-    bool tryToConnect(JNIEnv* env, int failures);
+    bool tryToConnect(JNIEnv* env, int* lookupFailures);
     void sendOne();
     void pause();
-    bool stopRequested() const { return alive_ && !start_; }
+    bool stopRequested() const;
 
     // Steps of the loop.
     void flushDataQueue();
@@ -74,17 +74,14 @@ private:
     long sendToRemoteHost(const char* ptr, long nbytes);
     void resetConnectionOnExpiry();
 
-    bool lookUp(JNIEnv* env, int nCntLog);
-    bool callInitialize(JNIEnv* env, int nCntLog);
-    bool readFields(JNIEnv* env);
-    bool connectWithin(const void* address, int ms);
     void bindToOwnAddress();
     void setSocketOptions(int buffsize);
-    bool waitWritable();
-    void noteWritten(const NetworkAgentData& data);
+    void noteWritten(const NetworkAgentData& packet);
     void forgetAcknowledged();
     void countUnacknowledged();
-    long failWrite(int error);
+    void addToTotal(std::int64_t bytes);
+    void note(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+    void noteError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     const char* hostForLog() const { return hostName_ ? hostName_.get() : ""; }
 
     friend class NetworkAgentProbe;  // tests of the single steps

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <shared_mutex>
 
 #include "foundation/VelHashTable.h"
@@ -74,7 +75,8 @@ private:
 
     std::shared_mutex poolLock_;  // guards the pool's existence; held shared while an agent is used
     std::unique_ptr<NetworkAgent*[]> networkAgents_;  // slots; the agents are owned
-    VelHashTable<void*, NetworkAgent*> hashTable_;
+    VelHashTable<void*, NetworkAgent*> hashTable_;    // sender to agent; empty with a pool of one
+    std::mutex assignLock_;  // makes look-up and first assignment of a sender one step
     int networkAgentCount_ = 1;
     std::shared_mutex listenerLock_;  // held shared while the listener runs
     NetworkAgentMgrConnInitListener* listener_ = nullptr;

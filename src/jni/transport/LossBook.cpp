@@ -1,0 +1,81 @@
+#include "transport/LossBook.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <mutex>
+
+#include "event/ControlEvents.h"
+#include "foundation/Log.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kLinePause = std::chrono::minutes(1);
+constexpr std::size_t kReasons = static_cast<std::size_t>(Loss::count_);
+
+constexpr const char* kReasonTexts[kReasons] = {
+    "packet refused by the network agent",
+    "connection lost while sending",
+    "sent but never acknowledged",
+    "connection ended before their turn",
+    "queue cut while the server was away",
+    "thread ended while the server was away",
+    "record larger than a packet",
+    "no record format",
+    "still queued at stop",
+    "not sent before exit",
+};
+
+std::array<std::atomic<long>, kReasons> counted{};
+
+// Held while lines are written, so that the totals in them rise in the order of the lines.
+std::mutex writing;
+struct Written {
+    long events = 0;
+    Clock::time_point last{};
+};
+std::array<Written, kReasons> written{};  // under writing
+long writtenInAll = 0;                    // under writing
+
+}  // namespace
+
+void LossBook::add(Loss reason, long events) {
+    if (events > 0)
+        counted[static_cast<std::size_t>(reason)].fetch_add(events, std::memory_order_relaxed);
+}
+
+void LossBook::write(bool everything) {
+    const std::lock_guard hold(writing);
+    const auto now = Clock::now();
+    for (std::size_t reason = 0; reason < kReasons; ++reason) {
+        Written& done = written[reason];
+        const long fresh = counted[reason].load(std::memory_order_relaxed) - done.events;
+        const bool due = everything || done.events == 0 || now - done.last >= kLinePause;
+        if (fresh == 0 || !due) continue;
+        done.events += fresh;
+        done.last = now;
+        writtenInAll += fresh;
+        logMessage(msg::kRecordsLost, fresh, kReasonTexts[reason], writtenInAll);
+    }
+}
+
+long LossBook::total() {
+    long sum = 0;
+    for (const auto& count : counted) sum += count.load(std::memory_order_relaxed);
+    return sum;
+}
+
+long LossBook::of(Loss reason) {
+    return counted[static_cast<std::size_t>(reason)].load(std::memory_order_relaxed);
+}
+
+long LossBook::eventsIn(const Event* event) {
+    if (event->getType() == SAMPLING) return 0;
+    if (event->getType() != DROPPED) return 1;
+    const auto* drop = static_cast<const DroppedEvent*>(event);
+    return static_cast<long>(drop->dropRecStartCnt) + drop->dropRecEndCnt + drop->dropMethStartCnt +
+           drop->dropMethEndCnt + drop->dropSQLStartCnt + drop->dropSQLEndCnt;
+}

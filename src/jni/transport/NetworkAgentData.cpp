@@ -1,0 +1,20 @@
+#include "transport/NetworkAgentData.h"
+
+#include <cstring>
+#include <new>
+
+#include "foundation/Log.h"
+
+NetworkAgentData::NetworkAgentData(const char* data, int size, const PacketInfo& info)
+    : VeloraBase("NetworkAgentData"), size_(size), info_(info) {
+    VEL_TRACE("NetworkAgentData(const char*, int)");
+    if (size <= 0) return;
+    record_.reset(new (std::nothrow) char[static_cast<std::size_t>(size)]);
+    if (record_ == nullptr) {
+        _logError(__FILE_NAME__, __LINE__, "new() failure - out of memory");
+        return;
+    }
+    std::memcpy(record_.get(), data, static_cast<std::size_t>(size));
+}
+
+NetworkAgentData::~NetworkAgentData() = default;

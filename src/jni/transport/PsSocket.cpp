@@ -1,0 +1,121 @@
+#include "transport/PsSocket.h"
+
+#include <fcntl.h>
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <system_error>
+
+namespace pssocket {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int pendingError(int fd, int ifNone) {
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) return errno;
+    return error != 0 ? error : ifNone;
+}
+
+enum class Wait { ready, gone, stopped, timedOut };
+
+// Until fd can be written, its peer is gone, or the deadline has passed (limitMs 0: none).
+Wait waitWritable(int fd, int limitMs, const StopTest& stop) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(limitMs);
+    for (;;) {
+        int slice = kSliceMs;
+        if (limitMs > 0) {
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            if (left <= 0) return Wait::timedOut;
+            slice = static_cast<int>(std::min<long>(left, kSliceMs));
+        }
+        pollfd watch{fd, POLLOUT | POLLRDHUP, 0};
+        const int events = poll(&watch, 1, slice);
+        if (events > 0) {
+            const bool gone = (watch.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+            return gone ? Wait::gone : Wait::ready;
+        }
+        if (stop()) return Wait::stopped;
+    }
+}
+
+}  // namespace
+
+int open() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0 || fd > STDERR_FILENO) return fd;
+    const int higher = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return higher;
+}
+
+int connectWithin(int fd, const sockaddr_in& address, int limitMs, const StopTest& stop) {
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0) return errno;
+    int error = 0;
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        // An interrupted connect goes on by itself, like one in progress.
+        if (errno != EINPROGRESS && errno != EINTR) return errno;
+        switch (waitWritable(fd, limitMs, stop)) {
+            case Wait::ready:
+            case Wait::gone:  // also a peer that accepted and closed at once: SO_ERROR is 0 then
+                error = pendingError(fd, 0);
+                break;
+            case Wait::stopped:
+                return ECANCELED;
+            case Wait::timedOut:
+                return ETIMEDOUT;
+        }
+    }
+    if (error == 0 && fcntl(fd, F_SETFL, flags) < 0) return errno;
+    return error;
+}
+
+int sendAll(int fd, const char* bytes, long count, int timeoutMs, const StopTest& stop,
+            long* sent) {
+    *sent = 0;
+    while (*sent < count) {
+        switch (waitWritable(fd, timeoutMs, stop)) {
+            case Wait::ready:
+                break;
+            case Wait::gone:
+                return pendingError(fd, EPIPE);
+            case Wait::stopped:
+                return ECANCELED;
+            case Wait::timedOut:
+                return EAGAIN;
+        }
+        const ssize_t taken = ::send(fd, bytes + *sent, static_cast<std::size_t>(count - *sent),
+                                     MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (taken > 0)
+            *sent += taken;
+        else if (taken == 0)
+            return EIO;
+        else if (errno != EINTR && errno != EAGAIN)
+            return errno;
+    }
+    return 0;
+}
+
+std::uint64_t unacknowledgedBytes(int fd) {
+    int bytes = 0;
+    if (ioctl(fd, SIOCOUTQ, &bytes) != 0 || bytes < 0) return 0;
+    return static_cast<std::uint64_t>(bytes);
+}
+
+std::string errorText(int error) {
+    return std::system_category().message(error);
+}
+
+}  // namespace pssocket

@@ -1,0 +1,39 @@
+// The socket steps of a network agent that may take long, written so that a stop can end them.
+//
+// Threads: no state, any thread. The stop test is asked about every kSliceMs while a step waits.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace pssocket {
+
+using StopTest = std::function<bool()>;
+
+constexpr int kSliceMs = 50;           // longest time without asking the stop test
+constexpr int kConnectLimitMs = 5000;  // a server that does not answer at all counts as down
+
+// A stream socket that child processes of the host do not inherit, with a number above those of
+// standard input and output, so that a host without them never prints into our connection. -1:
+// errno.
+int open();
+
+// 0, or the error (ETIMEDOUT after limitMs, ECANCELED when stopped). fd ends up blocking.
+int connectWithin(int fd, const sockaddr_in& address, int limitMs, const StopTest& stop);
+
+// Sends all bytes without raising SIGPIPE. 0, or the error; 0 bytes accepted by the system count as
+// an error of their own (EIO). timeoutMs: longest time without any progress (EAGAIN), 0 for no
+// limit. A peer that has closed its side is not written to any more (EPIPE): what would be written
+// could only be lost without a trace. *sent: bytes that the system took, also when the answer is an
+// error.
+int sendAll(int fd, const char* bytes, long count, int timeoutMs, const StopTest& stop, long* sent);
+
+// Bytes that the peer's side has not acknowledged; 0 when the system cannot tell.
+std::uint64_t unacknowledgedBytes(int fd);
+
+std::string errorText(int error);
+
+}  // namespace pssocket
