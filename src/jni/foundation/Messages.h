@@ -94,6 +94,7 @@ struct Message {
     /* instrumentation */                                                                                  \
     VEL_MESSAGE(kBadClassMagic, 1181, error, "Bad class file magic %0X")                                    \
     VEL_MESSAGE(kClassFileCorrupt, 1182, error, "Class file corrupt")                                       \
+    VEL_MESSAGE(kInstrumentConfigBad, 1183, error, "Instrumentation configuration %s, line %d: %s. No class loader is instrumented") \
     /* diagnostics */
 
 namespace msg {

@@ -20,11 +20,12 @@ void notifyClassLoadHookEvent(JVMPI_Event* event);
 // instrumentation, so that a VM which pays for class-load hooks stops paying.
 void notifyJVMInitDone(JVMPI_Event* event);
 
-// When target is still to be done and the class is the one it names: rewrites it, replaces *working
-// (whose old bytes are freed when they were not the event's) and marks the target. className is not
-// terminated.
-bool instrumentLoader(DefineClassMethod& target, const BYTE* className, USHORT classNameLength,
-                      ClassData* working, const ConstantPool* pool, JVMPI_Event* event);
+// When the target has not been handled and the class is the one it names: rewrites the class and
+// puts the new bytes into *working, whose old bytes are freed when they were not the event's. False
+// when the class is another or had nothing to rewrite. className is not terminated; its length is
+// in bytes.
+bool instrumentLoader(DefineClassMethod target, const BYTE* className, USHORT classNameLength,
+                      ClassData* working, const ConstantPool* pool, const JVMPI_Event* event);
 
 // True for names of the platform and of the collector. The hook does not ask it.
 bool classIsExcluded(const char* class_name);

@@ -6,9 +6,10 @@
 // Pure functions of bytes: no VM, no lock, no state of their own. Input has passed isWellFormed().
 #pragma once
 
+#include <atomic>
+
 #include "instrument/classfile.h"
 #include "instrument/types.h"
-#include "jvmpi/jvmpi.h"
 
 // Local slots, in the wrapper's own frame, of the target's parameters.
 struct ParameterIndex {
@@ -17,6 +18,25 @@ struct ParameterIndex {
     USHORT byteArray;
     USHORT offset;
     USHORT length;
+};
+
+// A mark that any thread may set and read, and that goes along when its owner is copied. Relaxed:
+// who misses it rewrites a target once more, which is harmless.
+class HandledMark {
+public:
+    HandledMark(bool set = false) : set_(set) {}  // NOLINT(google-explicit-constructor): a flag
+    HandledMark(const HandledMark& other) : set_(static_cast<bool>(other)) {}
+    HandledMark& operator=(const HandledMark& other) { return *this = static_cast<bool>(other); }
+    HandledMark& operator=(bool set) {
+        set_.store(set, std::memory_order_relaxed);
+        return *this;
+    }
+    operator bool() const {  // NOLINT(google-explicit-constructor): a flag
+        return set_.load(std::memory_order_relaxed);
+    }
+
+private:
+    std::atomic<bool> set_;
 };
 
 // One configured target. Its texts belong to the configuration and live as long as the process.
@@ -28,7 +48,7 @@ struct DefineClassMethod {
     const char* methodName;
     const char* methodDescriptor;
     ParameterIndex parameterIndex;
-    BOOL instrumented;  // this target has been handled
+    HandledMark instrumented;  // this target has been handled
 };
 
 // Class bytes being worked on; classData is C heap or borrowed, as the owner says.
@@ -65,7 +85,9 @@ MethodData* generateWrapperMethod(USHORT classAccess, USHORT methodAccess,
                                   USHORT targetSlot);
 void freeMethodData(MethodData* method);
 
-// The rewritten class in new C-heap memory (classData too), or null when it has nothing to rewrite,
-// no room for ten more pool entries or one more method, or memory fails.
+// The rewritten class in new C-heap memory (free with freeClassData), or null when it has nothing
+// to rewrite, no room for ten more pool entries or one more method, or memory fails. original has
+// passed isWellFormed().
 ClassData* instrumentDefineClass(const ClassData* original, const DefineClassMethod* target,
                                  const ConstantPool* pool);
+void freeClassData(ClassData* data);  // with its bytes

@@ -16,9 +16,22 @@ struct ConstantPool {
     BYTE* end;       // just after the last entry: the class's access_flags
 };
 
+enum ConstantPoolTag : BYTE {
+    kUtf8 = 1,
+    kLong = 5,
+    kDouble = 6,
+    kClass = 7,
+    kMethodref = 10,
+    kNameAndType = 12,
+};
 constexpr int kConstantPoolTags = 13;
 extern const USHORT
     CONSTANT_POOL_SIZES[kConstantPoolTags];  // bytes with the tag; 0: unknown or variable
+
+// Takes two slots of the pool.
+inline bool isWide(BYTE tag) {
+    return tag == kLong || tag == kDouble;
+}
 
 // Big-endian reads; the caller knows that the bytes are there.
 inline USHORT readUSHORT(const BYTE* at) {
@@ -36,9 +49,9 @@ ConstantPool* parseConstantPool(BYTE* data);
 ConstantPool* parseConstantPool(BYTE* data, const BYTE* limit);
 void freeConstantPool(ConstantPool* pool);
 
-// True when the whole class file lies within its length: pool, interfaces, fields, methods and
-// attributes, nothing missing and nothing left over, and when every pool index that is followed
-// here (names, descriptors, classes) is in range and of the right kind. data points at the magic.
+// True when the whole class file lies within its length (interfaces, fields, methods and
+// attributes) and every pool index that this code follows is in range and of the right kind. data
+// points at the magic.
 bool isWellFormed(const BYTE* data, int length, const ConstantPool& pool);
 
 int getAttributeLength(const BYTE* attribute);  // bytes of a whole attribute_info
@@ -49,7 +62,7 @@ int getMemberLength(const BYTE* member);        // bytes of a whole field_info o
 char getOperandType(const BYTE* descriptor);
 USHORT getOperandTypeSize(char operandType);  // local slots: 2 for 'D' and 'L', else 1
 // One letter per parameter, then that of the return type, zero-terminated; the caller frees it with
-// free(). Null without memory. The descriptor is one that isDescriptor() accepts.
+// free(). Null without memory. The descriptor is one that isMethodDescriptor() accepts.
 char* parseDescriptor(const BYTE* descriptor, USHORT descriptor_len);
 // True for a complete method descriptor of exactly that length.
 bool isMethodDescriptor(const BYTE* descriptor, USHORT descriptor_len);
