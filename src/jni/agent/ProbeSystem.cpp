@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <mutex>
 
 #include "agent/CommandLine.h"
@@ -18,6 +17,7 @@
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ProcStat.h"
 #include "foundation/Utils.h"
 #include "instrument/method.h"
 
@@ -205,15 +205,17 @@ JNIEXPORT jint JNICALL Java_com_velora_probe_ProbeSystem_getProcessId(JNIEnv*, j
 
 JNIEXPORT jint JNICALL Java_com_velora_probe_ProbeSystem_getCpuCount(JNIEnv*, jclass) {
     VEL_TRACE("Java_com_velora_probe_ProbeSystem_getCpuCount(JNIEnv*, jclass)");
-    const long processors = sysconf(_SC_NPROCESSORS_ONLN);
-    return processors < 1 ? 1 : static_cast<jint>(processors);
+    return atJniEdge("getCpuCount", jint{1}, [] { return static_cast<jint>(cpuCount()); });
 }
 
 JNIEXPORT jlong JNICALL Java_com_velora_probe_ProbeSystem_getProcessCpuTime(JNIEnv*, jclass) {
     VEL_TRACE("Java_com_velora_probe_ProbeSystem_getProcessCpuTime(JNIEnv*, jclass)");
-    timespec spent{};
-    if (clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &spent) != 0) return 0;
-    return jlong{spent.tv_sec} * 1000 + spent.tv_nsec / 1000000;
+    return atJniEdge("getProcessCpuTime", jlong{0}, [] {
+        long long userMs = 0;
+        long long systemMs = 0;
+        processCpuTimes(&userMs, &systemMs);
+        return jlong{userMs + systemMs};
+    });
 }
 
 JNIEXPORT jintArray JNICALL Java_com_velora_probe_ProbeSystem_getSamplingRates(JNIEnv* env,
