@@ -88,7 +88,6 @@ public final class Relocator {
         main.put(Attributes.Name.MANIFEST_VERSION, "1.0");
         main.putValue("Premain-Class", "com.velora.agent.Premain");
         main.putValue("Boot-Class-Path", "velora.jar"); // the collector binds natives of the boot loader's classes
-        main.putValue("Can-Retransform-Classes", "true");
         java.io.ByteArrayOutputStream out = new java.io.ByteArrayOutputStream();
         manifest.write(out);
         return out.toByteArray();

@@ -16,14 +16,9 @@ public final class ServletTransformer implements ClassFileTransformer {
     private ServletTransformer() {
     }
 
+    /** Called before the application's main method, so no servlet class can be there yet. */
     public static void install(Instrumentation instrumentation) {
-        instrumentation.addTransformer(new ServletTransformer(), instrumentation.isRetransformClassesSupported());
-        for (Class<?> loaded : instrumentation.getAllLoadedClasses()) {
-            String name = loaded.getName();
-            if (name.equals("jakarta.servlet.http.HttpServlet") || name.equals("javax.servlet.http.HttpServlet")) {
-                retransform(instrumentation, loaded);
-            }
-        }
+        instrumentation.addTransformer(new ServletTransformer());
     }
 
     @Override
@@ -40,14 +35,6 @@ public final class ServletTransformer implements ClassFileTransformer {
         } catch (Throwable t) { // an unknown shape of the class, or our own libraries: the server comes first
             AgentLog.error("The servlet probe could not be put into " + name + "; its requests are not shown", t);
             return null;
-        }
-    }
-
-    private static void retransform(Instrumentation instrumentation, Class<?> loaded) {
-        try {
-            instrumentation.retransformClasses(loaded);
-        } catch (Throwable t) {
-            AgentLog.error("The servlet probe could not be put into the loaded " + loaded.getName(), t);
         }
     }
 }
