@@ -106,7 +106,7 @@ class JvmTest(unittest.TestCase):
 
     def messages(self):
         """The operator messages, from every rotated file, oldest first."""
-        files = sorted((self.dir / "qlog").glob("VEL/logs/*msg*"), key=lambda f: f.stat().st_mtime)
+        files = sorted((self.dir / "qlog").glob("VEL/logs/dc-message*"), key=lambda f: f.stat().st_mtime)
         return "".join(file.read_text(errors="replace") for file in files)
 
     def assertNoJniWarning(self, *texts):
