@@ -48,6 +48,7 @@ int main() {
         "$ numbers and the operands (\"%s\", \"%0$d\" ...), which may change places when they are "
         "written by");
     std::puts("$ position, counted from zero. A number that is left out is logged in English.");
+    std::puts("$ The next line is for gencat.\n$ codeset=UTF-8");
     std::puts("$set 1\n$quote \"");
     for (const auto& [number, text] : texts) {
         if (text == nullptr) {

@@ -52,9 +52,10 @@ int probe(const std::string& path) {
     return regular ? 0 : EINVAL;
 }
 
+std::atomic<bool> hasComplained{false};
+
 void complainOnce(const std::string& path, int error) {
-    static std::atomic<bool> done{false};
-    if (done.exchange(true, std::memory_order_relaxed)) return;
+    if (hasComplained.exchange(true, std::memory_order_relaxed)) return;
     std::fprintf(stderr, "qlog: cannot write log file %s: %s\n", path.c_str(),
                  std::strerror(error));
 }
@@ -65,6 +66,10 @@ FileHandler::FileHandler(FileSettings settings) : settings_(std::move(settings))
 }
 
 FileHandler::~FileHandler() = default;
+
+void FileHandler::allowComplaint() noexcept {
+    hasComplained.store(false, std::memory_order_relaxed);
+}
 
 void FileHandler::configure(FileSettings settings) {
     const std::lock_guard<std::mutex> locked(lock_);

@@ -2,7 +2,7 @@
 //
 // The file is opened at the first record, so that its name may be changed before; missing parent
 // folders are made. When it cannot be opened or written, records are dropped, standard error is
-// told once per process, and another try is made half a minute later.
+// told once, whatever the number of handlers, and another try is made half a minute later.
 //
 // Rotation: at the size limit "name.log" becomes "name.1.log", that becomes "name.2.log", and so on
 // up to the count; the oldest is deleted.
@@ -53,6 +53,9 @@ public:
     void flush() noexcept;
     // For good: later records are dropped.
     void close() noexcept;
+
+    // The next failure of any handler is told again: there is a new configuration.
+    static void allowComplaint() noexcept;
 
 private:
     using Clock = std::chrono::steady_clock;

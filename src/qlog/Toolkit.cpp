@@ -56,11 +56,12 @@ bool Toolkit::open(const std::string& path) {
             handlesForks_ = true;
         }
         silenceLocked();
+        FileHandler::allowComplaint();
         configureLocked(*configuration);
         path_ = path;
         stamp_ = stamp;
         inFile_ = std::move(*configuration);
-        nextLook_.store(secondsNow() + kLookEvery, std::memory_order_relaxed);
+        nextLook_.store(0, std::memory_order_relaxed);
     }
     ::qmsgi_forget();
     levelsChanged();
@@ -72,6 +73,7 @@ void Toolkit::close() {
         const std::unique_lock<std::shared_mutex> locked(lock_);
         silenceLocked();
         path_.clear();
+        captures_.store(false, std::memory_order_relaxed);
     }
     levelsChanged();
 }

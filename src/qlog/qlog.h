@@ -37,9 +37,12 @@ enum {  // type codes of arguments
     QLG_STRING = 507  // NUL-terminated text; null is shown as "(null)"
 };
 
-// Reads the toolkit's configuration; 1 on success, 0 when the file cannot be read. Opening again
-// replaces the configuration; handles stay valid.
+// Reads the toolkit's configuration (keys: see etc/vel-qlog.properties); 1 on success, 0 when the
+// file cannot be read. In a forked child of the process that opened it, the toolkit stays silent.
+// Opening again replaces the configuration; handles stay valid.
 int QlgOpenToolkit(const char* propertiesFile);
+// Writes out what is held back; objects are silent and first-failure data capture is off from then
+// on.
 void QlgCloseToolkit(void);
 
 // A handle of the configured object of that name (and type, when type is not null), or null.

@@ -220,6 +220,8 @@ FAKE_QLG int QlgIsLoggable(QlgHandle object, int level) {
     return loggable(object, level);
 }
 
+FAKE_QLG void QlgCheckConfiguration() {}
+
 FAKE_QLG void QlgSetLevelListener(void (*changed)(void)) {
     {
         const std::lock_guard hold(toolkit().lock);
