@@ -33,6 +33,7 @@ public:
     using ByteReader::ByteReader;
 
     void operator()(const char*, std::uint8_t& field) { field = u8(); }
+    void operator()(const char*, std::int8_t& field) { field = static_cast<std::int8_t>(u8()); }
     void operator()(const char*, std::int32_t& field) { field = i32(); }
     void operator()(const char*, std::uint32_t& field) { field = u32(); }
     void operator()(const char*, std::int64_t& field) { field = i64(); }
@@ -45,6 +46,7 @@ public:
         field.count = i32();
         field.averageTime = i64();
     }
+    void operator()(const char*, RawBytes& field) { field.bytes = text(); }
     void operator()(const char*, Token& field) {
         tokenAt_ = position();
         field.bytes = text();
@@ -162,29 +164,36 @@ Decoded RecordDecoder::classLoad(Bytes untrusted, Record& out) {
     return finish(in, untrusted);
 }
 
-// byte 0, int number of records, trailer
-Decoded RecordDecoder::decodeHeader(Bytes untrusted, Record& out) {
+// A packet opens with one of two records; their seventh byte tells them apart for good:
+//   00 cccc cccc 7F 7F          header record with a count
+//   00 00 07 D0 64 pp 01 ...    init record
+Decoded RecordDecoder::decodeOpening(Bytes untrusted, Record& out) {
+    constexpr std::size_t kHeaderBytes = 7;
+    constexpr std::uint8_t initOpening[] = {0, 0, kInitVersion >> 8, kInitVersion & 255,
+                                            static_cast<std::uint8_t>(RecordType::agentInit)};
     if (untrusted.empty()) return Decoded::needMore;
-    if (untrusted[0] != static_cast<std::uint8_t>(RecordType::header))
-        return garbage(0, "a packet that begins with " + hexByte(untrusted[0]) +
-                              " instead of a packet header");
+    if (untrusted[0] != 0)  // told at once: a peer that speaks another language may say no more
+        return garbage(0, "a packet that begins with " + hexByte(untrusted[0]));
+    if (untrusted.size() < kHeaderBytes) return Decoded::needMore;
+    if (untrusted[5] == kTrailer >> 8 && untrusted[6] == (kTrailer & 255))
+        return packetHeader(untrusted, out);
+    if (std::equal(std::begin(initOpening), std::end(initOpening), untrusted.begin()))
+        return agentInit(untrusted, out);
+    return garbage(0, "neither a packet header nor an init packet");
+}
+
+// byte 0, int number of records, trailer
+Decoded RecordDecoder::packetHeader(Bytes untrusted, Record& out) {
     const Decoded answer = plain<PacketHeader>(untrusted, out);
     if (answer != Decoded::ok) return answer;
     const std::int32_t count = std::get<PacketHeader>(out).recordCount;
-    if (count < 0 || count > limits_.maxPacketRecords)
+    if (count < 1 || count > limits_.maxPacketRecords)
         return garbage(1, "a packet header that announces " + number(count) + " records");
     return Decoded::ok;
 }
 
 // int 2000, byte 100, byte platform, byte 1, long wall time in ms, trailer
-Decoded RecordDecoder::decodeAgentInit(Bytes untrusted, Record& out) {
-    // A peer that speaks another language is told so at its first wrong byte.
-    constexpr std::uint8_t opening[] = {0, 0, kInitVersion >> 8, kInitVersion & 255,
-                                        static_cast<std::uint8_t>(RecordType::agentInit)};
-    const std::size_t known = std::min(untrusted.size(), sizeof opening);
-    for (std::size_t i = 0; i < known; ++i)
-        if (untrusted[i] != opening[i])
-            return garbage(i, "a connection that does not begin with an init packet");
+Decoded RecordDecoder::agentInit(Bytes untrusted, Record& out) {
     Reading in(untrusted);
     AgentInit& r = out.emplace<AgentInit>();
     r.type = RecordType::agentInit;
@@ -361,9 +370,11 @@ Decoded RecordDecoder::decode(Bytes untrusted, Record& out) {
         case wsFaultEnd:
             return timed<WsFault>(untrusted, out, Phase::end);
         case gpsPutStart:
-        case gpsPutEnd:
         case gpsGetStart:
+            return timed<GpsMqCall>(untrusted, out, Phase::start);
+        case gpsPutEnd:
         case gpsGetEnd:
+            return timed<GpsMqCall>(untrusted, out, Phase::end);
         case header:
         case gpsStart:
         case gpsEnd:

@@ -40,10 +40,9 @@ public:
 
     // A record inside a packet. After needMore the next call must bring the same bytes and more.
     [[nodiscard]] Decoded decode(Bytes untrusted, Record& out);
-    // The record that opens a packet.
-    [[nodiscard]] Decoded decodeHeader(Bytes untrusted, Record& out);
-    // The two records that open a connection.
-    [[nodiscard]] Decoded decodeAgentInit(Bytes untrusted, Record& out);
+    // What stands at the front of a packet: a PacketHeader or an AgentInit.
+    [[nodiscard]] Decoded decodeOpening(Bytes untrusted, Record& out);
+    // What follows an AgentInit.
     [[nodiscard]] Decoded decodeServerInit(Bytes untrusted, Record& out);
 
     std::size_t size() const { return size_; }
@@ -63,6 +62,8 @@ private:
     Decoded timed(Bytes untrusted, Record& out, Phase phase);
     template <class R>
     Decoded plain(Bytes untrusted, Record& out, Phase phase = Phase::start);
+    Decoded packetHeader(Bytes untrusted, Record& out);
+    Decoded agentInit(Bytes untrusted, Record& out);
     Decoded mqi(Bytes untrusted, Record& out);
     Decoded classLoad(Bytes untrusted, Record& out);
     Decoded classUnload(Bytes untrusted, Record& out);

@@ -28,10 +28,10 @@ public:
         out_ += "x";
         appendNumber(out_, pair.averageTime);
     }
-    void operator()(const char* name, const Token& token) {
+    void operator()(const char* name, const RawBytes& raw) {
         constexpr char digits[] = "0123456789abcdef";
         label(name);
-        for (const char c : token.bytes) {
+        for (const char c : raw.bytes) {
             const auto byte = static_cast<unsigned char>(c);
             out_ += digits[byte >> 4];
             out_ += digits[byte & 15];

@@ -44,21 +44,24 @@ struct Timed {
     std::int64_t cpuTime = 0;  // CPU time of the thread, ns
 };
 
-// A correlation token: a string of exactly four bytes.
-struct Token {
+// Bytes that are not text.
+struct RawBytes {
     std::string_view bytes;
 };
+
+// A correlation token: exactly four bytes, the most significant first.
+struct Token : RawBytes {};
 
 // ---- requests
 // ------------------------------------------------------------------------------------
 
-// 4, 5, 50. An error record carries the names too, and the error's text in the url.
+// 4, 5, 50. An error ends the request like an end; neither carries a field.
 struct ServletRequest : Timed {
     std::uint8_t named = 0;  // 0: both names are empty because they equal the url
     std::string_view name, application, url, user;
     template <class R, class F>
     static void fields(R& r, F&& f) {
-        if (r.phase == Phase::end) return;
+        if (r.phase != Phase::start) return;
         f("named", r.named);
         f("name", r.name);
         f("application", r.application);
@@ -214,6 +217,21 @@ struct MqCall : Timed {
     }
 };
 
+// Put 55, 56 and get 57, 58: a queue operation that carries a token of any length along.
+struct GpsMqCall : Timed {
+    std::string_view queue;
+    RawBytes token;
+    std::uint8_t action = 0;
+    template <class R, class F>
+    static void fields(R& r, F&& f) {
+        if (r.phase == Phase::start) {
+            f("queue", r.queue);
+            f("token", r.token);
+        }
+        f("action", r.action);
+    }
+};
+
 // 203, 204
 struct WsFault : Timed {
     std::string_view application, faultCode, faultText;
@@ -228,7 +246,7 @@ struct WsFault : Timed {
 
 // 130 to 139, 142, 143: a step of a portal's work, named by a PortalMethodName record.
 struct PortalStep : Timed {
-    std::uint8_t methodId = 0;
+    std::int8_t methodId = 0;
     template <class R, class F>
     static void fields(R& r, F&& f) {
         if (r.phase == Phase::start) f("methodId", r.methodId);
@@ -274,7 +292,7 @@ struct LockStep : Timed {
 struct LockContention : Timed {
     std::uint32_t methodId = 0;
     std::string_view className;
-    std::uint8_t ownerType = 0;
+    std::int8_t ownerType = 0;  // what kind of request the owner works on
     std::string_view ownerName, ownerApplication;
     std::uint32_t ownerMethodId = 0;
     template <class R, class F>
@@ -315,9 +333,9 @@ struct Gc {
     Phase phase = Phase::start;
     std::uint32_t threadId = 0;
     WallTime time;
-    std::int64_t usedObjects = 0;
-    std::int64_t usedSpace = 0;   // bytes
-    std::int64_t totalSpace = 0;  // bytes
+    std::int64_t usedObjects = 0;  // -1: the VM does not tell
+    std::int64_t usedSpace = 0;    // bytes
+    std::int64_t totalSpace = 0;   // bytes
     template <class R, class F>
     static void fields(R& r, F&& f) {
         f("thread", r.threadId);
@@ -412,7 +430,7 @@ struct Ctg {
 struct Mqi {
     static constexpr std::size_t kElementBytes = 1 + 4 + 8;  // byte type, int count, long average
     struct Element {
-        std::uint8_t callType = 0;
+        std::int8_t callType = 0;
         std::int32_t count = 0;
         std::int64_t averageTime = 0;
     };
@@ -478,7 +496,7 @@ struct PortalContentAccess {
 // 146: what a PortalStep's methodId means on this connection.
 struct PortalMethodName {
     RecordType type{};
-    std::uint8_t methodId = 0;
+    std::int8_t methodId = 0;
     std::string_view methodName;
     template <class R, class F>
     static void fields(R& r, F&& f) {
@@ -505,7 +523,7 @@ struct ClassLoad {
         std::string_view name, signature;
     };
     RecordType type{};
-    std::int32_t sequence = 0;
+    std::uint32_t sequence = 0;  // order of loading; the same in both records of a class
     std::string_view className;
     std::int32_t methodCount = 0;  // checked: not negative, and methods holds as many
     Bytes methods;
@@ -529,7 +547,7 @@ private:
 // 12: the class is named by its id here.
 struct ClassUnload {
     RecordType type{};
-    std::int32_t sequence = 0;
+    std::uint32_t sequence = 0;  // order of loading; the same in both records of a class
     std::uint32_t classId = 0;
     std::int32_t methodCount = 0;  // checked: not negative, and methodIds holds as many
     Bytes methodIds;               // four bytes each
@@ -545,7 +563,7 @@ struct ClassUnload {
 // ---- packet framing
 // ------------------------------------------------------------------------------
 
-// 0: opens every packet but the first; as many records follow.
+// 0: opens every packet but an init packet; as many records follow.
 struct PacketHeader {
     RecordType type{};
     std::int32_t recordCount = 0;
@@ -555,7 +573,7 @@ struct PacketHeader {
     }
 };
 
-// The first record of a connection: int 2000 stands before its type byte 100.
+// The first record of an init packet: int 2000 stands before its type byte 100.
 struct AgentInit {
     RecordType type{};
     std::int32_t version = 0;
@@ -571,7 +589,7 @@ struct AgentInit {
     }
 };
 
-// The second record of a connection: 101 from an application server, 107 from any other VM. The
+// The second record of an init packet: 101 from an application server, 107 from any other VM. The
 // latter has no cluster, and names the server before the node.
 struct ServerInit {
     RecordType type{};
@@ -601,10 +619,10 @@ struct ServerInit {
 using Record =
     std::variant<ServletRequest, NamedRequest, GpsRequest, PortalRequest, WebServiceRequest,
                  IiopRequest, SqlCall, JndiCall, MailCall, JcaCall, JmsCall, JdoCall, MqCall,
-                 WsFault, PortalStep, PortalGateway, HeapAllocation, LockStep, LockContention,
-                 MethodStep, Gc, Dropped, Trace, Exception, Sampling, Ctg, Mqi, PortalAverage,
-                 PortalCredentialVault, PortalContentAccess, PortalMethodName, PsStatus, ClassLoad,
-                 ClassUnload, PacketHeader, AgentInit, ServerInit>;
+                 GpsMqCall, WsFault, PortalStep, PortalGateway, HeapAllocation, LockStep,
+                 LockContention, MethodStep, Gc, Dropped, Trace, Exception, Sampling, Ctg, Mqi,
+                 PortalAverage, PortalCredentialVault, PortalContentAccess, PortalMethodName,
+                 PsStatus, ClassLoad, ClassUnload, PacketHeader, AgentInit, ServerInit>;
 
 // The common part of a unit of work; null for every other record.
 inline const Timed* asTimed(const Record& record) {

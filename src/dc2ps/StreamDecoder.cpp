@@ -23,7 +23,7 @@ FeedResult StreamDecoder::feed(Bytes untrusted, RecordSink& sink) {
     if (result_.status == error || (pending_.empty() && pending_.capacity() > kKeptPendingBytes))
         pending_ = {};
     if (result_.status == error) return result_;
-    result_.status = pending_.empty() && expect_ == Expect::header ? ok : needMore;
+    result_.status = pending_.empty() && expect_ == Expect::packet ? ok : needMore;
     result_.offset = offset_;
     return result_;
 }
@@ -50,10 +50,8 @@ Decoded StreamDecoder::decodeNext(Bytes untrusted) {
     switch (expect_) {
         case Expect::record:
             return decoder_.decode(untrusted, record_);
-        case Expect::header:
-            return decoder_.decodeHeader(untrusted, record_);
-        case Expect::agentInit:
-            return decoder_.decodeAgentInit(untrusted, record_);
+        case Expect::packet:
+            return decoder_.decodeOpening(untrusted, record_);
         case Expect::serverInit:
             return decoder_.decodeServerInit(untrusted, record_);
     }
@@ -63,20 +61,21 @@ Decoded StreamDecoder::decodeNext(Bytes untrusted) {
 // What may follow the record that was just read.
 void StreamDecoder::advance() {
     switch (expect_) {
-        case Expect::agentInit:
-            expect_ = Expect::serverInit;
+        case Expect::record:
+            if (--recordsLeft_ == 0) expect_ = Expect::packet;
+            return;
+        case Expect::packet:
+            if (const auto* header = std::get_if<PacketHeader>(&record_)) {
+                recordsLeft_ = header->recordCount;  // at least 1
+                expect_ = Expect::record;
+            } else {
+                expect_ = Expect::serverInit;
+            }
             return;
         case Expect::serverInit:
-            expect_ = Expect::header;
+            expect_ = Expect::packet;
             return;
-        case Expect::header:
-            recordsLeft_ = std::get<PacketHeader>(record_).recordCount;
-            break;
-        case Expect::record:
-            --recordsLeft_;
-            break;
     }
-    expect_ = recordsLeft_ > 0 ? Expect::record : Expect::header;
 }
 
 }  // namespace dc2ps

@@ -1,11 +1,14 @@
 // Turns the bytes of one connection, cut anywhere, into records.
 //
-//   connection = init packet, packet, packet, ...
+//   stream = init packet or packet, again and again
 //   init packet = agent init record, server init record (no header)
 //   packet = header record with a count, and as many records
 //
-// The first thing that is none of these ends the stream for good: records carry no length of their
-// own, so nothing behind it can be trusted.
+// A connection begins with an init packet as a rule, and more may come later on: the agent that
+// speaks for a collector sends one whenever any of the collector's connections was made anew. A
+// stream that begins with a packet is decoded all the same; who sends it is not known then. The
+// first thing that is none of these ends the stream for good: records carry no length of their own,
+// so nothing behind it can be trusted.
 //
 // Memory: at most one unfinished record (Limits::maxRecordBytes) and the bytes of one feed.
 // Threads: one decoder per connection, used by one thread at a time.
@@ -48,7 +51,7 @@ public:
     FeedResult feed(Bytes untrusted, RecordSink& sink);
 
 private:
-    enum class Expect : std::uint8_t { agentInit, serverInit, header, record };
+    enum class Expect : std::uint8_t { packet, serverInit, record };
 
     std::size_t decodeAll(Bytes untrusted, RecordSink& sink);
     Decoded decodeNext(Bytes untrusted);
@@ -56,7 +59,7 @@ private:
 
     RecordDecoder decoder_;
     Record record_;
-    Expect expect_ = Expect::agentInit;
+    Expect expect_ = Expect::packet;
     std::int32_t recordsLeft_ = 0;       // of the packet that is being read
     std::uint64_t offset_ = 0;           // bytes decoded since the stream began
     std::vector<std::uint8_t> pending_;  // the beginning of a record that is not complete yet

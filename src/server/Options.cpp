@@ -1,0 +1,96 @@
+#include "server/Options.h"
+
+#include <charconv>
+#include <string_view>
+
+namespace server {
+
+const char* const kUsage =
+    "Usage: velora-ps [options]               receive from data collectors and show what they "
+    "send\n"
+    "       velora-ps --dump FILE             print every record of a recorded stream\n"
+    "       velora-ps --show FILE             print JSON lines of an earlier run as a table\n"
+    "\n"
+    "  --listen HOST:PORT   where to listen (default 127.0.0.1:9520; port 0: any free port)\n"
+    "  --port-file FILE     write the port number there once listening; removed at the end\n"
+    "  --format FORMAT      table (default) or json: one object per line\n"
+    "  --record FILE        save received bytes: first connection in FILE, others in FILE.2, ...\n"
+    "  --help, --version    print this text, or the version\n"
+    "\n"
+    "FILE may be - for standard input with --dump and --show. SIGTERM and SIGINT end the server.\n";
+
+namespace {
+
+bool parsePort(std::string_view text, std::uint16_t& port) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    return error == std::errc() && end == text.data() + text.size() && !text.empty();
+}
+
+// "host:port", or "[address]:port" for an address that has colons itself.
+bool parseListen(std::string_view text, Options& options) {
+    const std::size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos || colon == 0) return false;
+    std::string_view host = text.substr(0, colon);
+    if (host.front() == '[' && host.back() == ']')
+        host = host.substr(1, host.size() - 2);
+    else if (host.find(':') != std::string_view::npos)
+        return false;
+    options.host = host;
+    return !host.empty() && parsePort(text.substr(colon + 1), options.port);
+}
+
+bool parseFormat(std::string_view text, Options& options) {
+    if (text != "table" && text != "json") return false;
+    options.format = text == "json" ? Format::json : Format::table;
+    return true;
+}
+
+std::string applyValue(std::string_view name, std::string_view value, Options& options) {
+    const auto refused = [&](const char* expected) {
+        return std::string(name) + " " + std::string(value) + ": " + expected;
+    };
+    if (name == "--listen") return parseListen(value, options) ? "" : refused("HOST:PORT expected");
+    if (name == "--format")
+        return parseFormat(value, options) ? "" : refused("table or json expected");
+    if (value.empty()) return std::string(name) + " needs a file name";
+    if (name == "--port-file") options.portFile = value;
+    if (name == "--record") options.recordFile = value;
+    if (name == "--dump" || name == "--show") {
+        if (options.task != Options::Task::serve) return "only one of --dump and --show at a time";
+        options.task = name == "--dump" ? Options::Task::dump : Options::Task::show;
+        options.input = value;
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string parseOptions(int count, const char* const* arguments, Options& options) {
+    for (int i = 0; i < count; ++i) {
+        const std::string_view argument = arguments[i];
+        if (argument == "--help" || argument == "-h") {
+            options.task = Options::Task::help;
+            return {};
+        }
+        if (argument == "--version") {
+            options.task = Options::Task::version;
+            return {};
+        }
+        const std::size_t equals = argument.find('=');  // --name=value, or --name value
+        const std::string_view name = argument.substr(0, equals);
+        if (name != "--listen" && name != "--port-file" && name != "--format" &&
+            name != "--record" && name != "--dump" && name != "--show")
+            return "unknown option " + std::string(argument);
+        std::string_view value;
+        if (equals != std::string_view::npos) {
+            value = argument.substr(equals + 1);
+        } else {
+            if (i + 1 == count) return std::string(name) + " needs a value";
+            value = arguments[++i];
+        }
+        if (std::string wrong = applyValue(name, value, options); !wrong.empty()) return wrong;
+    }
+    return {};
+}
+
+}  // namespace server

@@ -1,0 +1,30 @@
+// What the command line of velora-ps asks for.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "server/Output.h"
+
+namespace server {
+
+struct Options {
+    static constexpr std::uint16_t kDefaultPort = 9520;
+
+    enum class Task : std::uint8_t { serve, dump, show, help, version };
+
+    Task task = Task::serve;
+    std::string host = "127.0.0.1";
+    std::uint16_t port = kDefaultPort;
+    std::string portFile;    // empty: none
+    std::string recordFile;  // empty: nothing is recorded
+    std::string input;       // dump and show: a path, "-" for standard input
+    Format format = Format::table;
+};
+
+// Reads the arguments after the program's name. Empty on success, else what is wrong with them.
+[[nodiscard]] std::string parseOptions(int count, const char* const* arguments, Options& options);
+
+extern const char* const kUsage;
+
+}  // namespace server

@@ -1,0 +1,14 @@
+// Prints JSON lines that an earlier run has written as the table that it would have shown.
+#pragma once
+
+#include <istream>
+
+#include "server/Output.h"
+
+namespace server {
+
+// Objects that are no row of the table come out as a line "-- type key=value ...". Lines that are
+// no objects are counted and told of at the end. The number of rows.
+std::size_t show(std::istream& in, LineSink& out);
+
+}  // namespace server

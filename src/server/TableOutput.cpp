@@ -1,0 +1,298 @@
+#include "server/TableOutput.h"
+
+#include <algorithm>
+
+#include "dc2ps/RecordPrinter.h"
+#include "dc2ps/Text.h"
+#include "server/RequestTable.h"
+
+namespace server {
+
+using dc2ps::appendDecimal;
+using dc2ps::appendIsoTime;
+using dc2ps::appendNumber;
+using dc2ps::Escape;
+
+namespace {
+
+constexpr std::size_t kMaxBuffer = 1u << 20;  // bytes written before they are handed over
+
+void appendQuoted(std::string& out, std::string_view untrusted) {
+    out += '"';
+    dc2ps::appendText(out, untrusted, Escape::quoted);
+    out += '"';
+}
+
+void appendCount(std::string& out, std::int64_t count, const char* what) {
+    if (count == 0) return;
+    if (out.back() != ':') out += ',';
+    out += ' ';
+    appendNumber(out, count);
+    out += ' ';
+    out += what;
+}
+
+void appendOutcomes(std::string& out, const Statistics::Outcomes& counts, const char* what) {
+    appendNumber(out, counts.total());
+    out.append(" ").append(what).append(" (");
+    for (std::size_t i = 0; i < counts.byOutcome.size(); ++i) {
+        if (i > 0) out += ", ";
+        appendNumber(out, counts.byOutcome[i]);
+        out.append(" ").append(outcomeName(static_cast<Outcome>(i)));
+    }
+    out += ')';
+}
+
+// A start record without its fields stands in where only the end has arrived.
+template <class R>
+R startOf(const Span& span) {
+    return span.start ? std::get<R>(*span.start) : R{};
+}
+
+}  // namespace
+
+TableOutput::TableOutput(LineSink& sink) : sink_(sink) {
+    appendTableHeader(buffer_);
+}
+
+void TableOutput::beginNote(const Agent& agent, std::int64_t timeMicros, std::string_view what) {
+    buffer_ += "-- ";
+    if (timeMicros >= 0) {
+        appendIsoTime(buffer_, timeMicros);
+        buffer_ += ' ';
+    }
+    if (agent.known) {
+        dc2ps::appendText(buffer_, agent.node, Escape::terminal);
+        buffer_ += '/';
+        dc2ps::appendText(buffer_, agent.server, Escape::terminal);
+    } else {
+        buffer_ += agent.peer;
+    }
+    buffer_ += ' ';
+    buffer_ += what;
+}
+
+// Much may be written before the next flush, so the buffer is kept small here.
+void TableOutput::endLine() {
+    buffer_ += '\n';
+    if (buffer_.size() >= kMaxBuffer) flush();
+}
+
+void TableOutput::agent(const Agent& agent, AgentEvent event, std::string_view reason,
+                        std::int64_t nowMillis) {
+    beginNote(agent, nowMillis * 1000, "agent ");
+    switch (event) {
+        case AgentEvent::connected:
+            buffer_ += "connected from " + agent.peer;
+            break;
+        case AgentEvent::reannounced:
+            buffer_ += "sends its first records again";
+            break;
+        case AgentEvent::unidentified:
+            buffer_ += "sends records without having said who it is";
+            break;
+        case AgentEvent::disconnected:
+            buffer_ += "disconnected: ";
+            buffer_ += reason;
+            buffer_ += " (";
+            appendNumber(buffer_, agent.records);
+            buffer_ += " records in ";
+            appendNumber(buffer_, agent.packets);
+            buffer_ += " packets, ";
+            appendNumber(buffer_, agent.bytes);
+            buffer_ += " bytes)";
+            break;
+    }
+    buffer_ += ", connection ";
+    appendNumber(buffer_, agent.connection);
+    endLine();
+}
+
+void TableOutput::garbage(const Agent& agent, std::uint64_t offset, std::string_view reason,
+                          std::int64_t nowMillis) {
+    beginNote(agent, nowMillis * 1000, "garbage at byte ");
+    appendNumber(buffer_, offset);
+    buffer_ += ": ";
+    buffer_ += reason;
+    endLine();
+}
+
+void TableOutput::span(const Agent& agent, const Span& span) {
+    labelSpan(span, agent.names, labels_);
+    if (groupOf(span.kind) == SpanGroup::lock)
+        lock(agent, span);
+    else
+        row(agent, span);
+    if (buffer_.size() >= kMaxBuffer) flush();
+}
+
+void TableOutput::row(const Agent& agent, const Span& span) {
+    std::string time, thread, depth, wall, cpu;  // short: no allocation but the time's
+    appendIsoTime(time, timeOf(span));
+    appendNumber(thread, std::uint64_t{span.threadId});
+    appendNumber(depth, std::uint64_t{span.depth});
+    span.wallMicros ? appendDecimal(wall, *span.wallMicros, 3) : void(wall = "-");
+    span.cpuNanos ? appendDecimal(cpu, *span.cpuNanos / 1000, 3) : void(cpu = "-");
+    std::string outcome = outcomeName(span.outcome);
+    if (span.why != GivenUp::no) outcome.append(" (").append(givenUpName(span.why)).append(")");
+    TableRow row;
+    row.time = time;
+    row.node = agent.node;
+    row.server = agent.server;
+    row.kind = spanKindName(span.kind);
+    row.name = labels_.name;
+    row.application = labels_.application;
+    row.url = labels_.url;
+    row.user = labels_.user;
+    row.thread = thread;
+    row.depth = depth;
+    row.wallMs = wall;
+    row.cpuMs = cpu;
+    row.outcome = outcome;
+    row.level = span.level;
+    appendTableRow(buffer_, row);
+}
+
+// Who did what to which lock, as a sentence:
+//   lock: thread 7 in "checkout" waited 120.000 ms for com.shop.Cache in com.shop.Cache.get,
+//   held by "report" of "statistics" in com.shop.Report.run
+void TableOutput::lock(const Agent& agent, const Span& span) {
+    beginNote(agent, timeOf(span), "lock: thread ");
+    appendNumber(buffer_, std::uint64_t{span.threadId});
+    if (span.request) {
+        labelRecord(*span.request, agent.names, request_);
+        buffer_ += " in ";
+        appendQuoted(buffer_, request_.name);
+    }
+    const auto method = [&](std::uint32_t id) {
+        const std::string_view name = agent.names.method(id);
+        if (!name.empty()) {
+            buffer_ += " in ";
+            dc2ps::appendText(buffer_, name, Escape::terminal);
+        }
+    };
+    const bool contention = span.kind == SpanKind::lockContention;
+    const bool release = span.kind == SpanKind::lockRelease;
+    if (span.wallMicros) {
+        buffer_ += contention ? " waited " : release ? " released " : " acquired ";
+        if (contention) {
+            appendDecimal(buffer_, *span.wallMicros, 3);
+            buffer_ += " ms for ";
+        }
+    } else if (span.start) {
+        buffer_ += contention ? " waits for " : release ? " releases " : " acquires ";
+    } else {
+        buffer_ += contention ? " stopped waiting for a lock"
+                   : release  ? " released a lock"
+                              : " acquired a lock";
+        buffer_ += ", the beginning of which is not known";
+    }
+    dc2ps::appendText(buffer_, labels_.name, Escape::terminal);
+    if (contention) {
+        const auto r = startOf<dc2ps::LockContention>(span);
+        method(r.methodId);
+        if (span.start) {
+            buffer_ += ", held by ";
+            appendQuoted(buffer_, r.ownerName);
+            if (!r.ownerApplication.empty()) {
+                buffer_ += " of ";
+                appendQuoted(buffer_, r.ownerApplication);
+            }
+            method(r.ownerMethodId);
+        }
+    } else {
+        method(startOf<dc2ps::LockStep>(span).methodId);
+        if (span.wallMicros) {
+            buffer_ += " after ";
+            appendDecimal(buffer_, *span.wallMicros, 3);
+            buffer_ += " ms";
+        }
+    }
+    if (span.outcome == Outcome::unfinished)
+        buffer_.append("; its end did not arrive (").append(givenUpName(span.why)).append(")");
+    buffer_ += '\n';
+}
+
+void TableOutput::gc(const Agent& agent, const GcPause& pause) {
+    const std::int64_t end = pause.end->time.micros();
+    beginNote(agent, pause.startMicros.value_or(end), "garbage collection");
+    if (pause.startMicros) {
+        buffer_ += " of ";
+        appendDecimal(buffer_, end - *pause.startMicros, 3);
+        buffer_ += " ms";
+    }
+    buffer_ += ", ";
+    appendNumber(buffer_, pause.end->usedSpace);
+    buffer_ += " of ";
+    appendNumber(buffer_, pause.end->totalSpace);
+    buffer_ += " bytes in use";
+    if (pause.end->usedObjects >= 0) {
+        buffer_ += " by ";
+        appendNumber(buffer_, pause.end->usedObjects);
+        buffer_ += " objects";
+    }
+    endLine();
+}
+
+void TableOutput::note(const Agent& agent, const dc2ps::Record& record) {
+    if (std::holds_alternative<dc2ps::ClassLoad>(record) ||
+        std::holds_alternative<dc2ps::ClassUnload>(record) ||
+        std::holds_alternative<dc2ps::PortalMethodName>(record))
+        return;
+    const auto* drop = std::get_if<dc2ps::Dropped>(&record);
+    beginNote(agent, -1, drop ? "dropped on thread " : "");
+    if (!drop) {
+        dc2ps::appendRecord(buffer_, record);
+        return endLine();
+    }
+    appendNumber(buffer_, std::uint64_t{drop->threadId});
+    buffer_ += ':';
+    appendCount(buffer_, drop->requestStarts, "request starts");
+    appendCount(buffer_, drop->requestEnds, "request ends");
+    appendCount(buffer_, drop->methodStarts, "method entries");
+    appendCount(buffer_, drop->methodEnds, "method exits");
+    appendCount(buffer_, drop->sqlStarts, "SQL starts");
+    appendCount(buffer_, drop->sqlEnds, "SQL ends");
+    if (buffer_.back() == ':')
+        buffer_ += " capture has stopped, nothing is counted until it resumes";
+    endLine();
+}
+
+void TableOutput::summary(const Statistics& statistics) {
+    std::string& out = buffer_;
+    out += "-- summary: ";
+    appendNumber(out, statistics.connections);
+    out += " connections (";
+    appendNumber(out, statistics.garbageConnections);
+    out += " sent garbage, ";
+    appendNumber(out, statistics.refusedConnections);
+    out += " refused), ";
+    appendNumber(out, statistics.packets);
+    out += " packets, ";
+    appendNumber(out, statistics.records);
+    out += " records, ";
+    appendOutcomes(out, statistics.requests, "requests");
+    out += ", ";
+    appendOutcomes(out, statistics.calls, "calls");
+    out += ", ";
+    appendNumber(out, statistics.droppedEvents);
+    out += " events dropped in ";
+    appendNumber(out, statistics.dropRecords);
+    out += " drop records; by type:";
+    for (std::size_t type = 0; type < statistics.recordsByType.size(); ++type) {
+        if (statistics.recordsByType[type] == 0) continue;
+        out.append(" ").append(dc2ps::recordTypeName(static_cast<dc2ps::RecordType>(type)));
+        out += '=';
+        appendNumber(out, statistics.recordsByType[type]);
+    }
+    endLine();
+}
+
+void TableOutput::flush() {
+    if (buffer_.empty()) return;
+    sink_.write(buffer_);
+    buffer_.clear();
+    if (buffer_.capacity() > 2 * kMaxBuffer) buffer_.shrink_to_fit();
+}
+
+}  // namespace server

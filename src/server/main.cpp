@@ -1,0 +1,73 @@
+// velora-ps, the Publish Server. docs/PUBLISH_SERVER.md tells what it does.
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+
+#include "server/Dump.h"
+#include "server/FdSink.h"
+#include "server/Options.h"
+#include "server/PublishServer.h"
+#include "server/Show.h"
+
+namespace {
+
+constexpr int kBadUsage = 2;
+
+int fail(const std::string& what) {
+    std::fprintf(stderr, "velora-ps: %s\n", what.c_str());
+    return 1;
+}
+
+// Calls read(stream) on the file that the options name.
+template <class Read>
+int withInput(const server::Options& options, Read read) {
+    if (options.input == "-") return read(std::cin);
+    std::ifstream file(options.input, std::ios::binary);
+    if (!file) return fail("cannot open " + options.input);
+    return read(file);
+}
+
+int run(const server::Options& options) {
+    using Task = server::Options::Task;
+    server::FdSink out(STDOUT_FILENO);
+    switch (options.task) {
+        case Task::help:
+            out.write(server::kUsage);
+            return 0;
+        case Task::version:
+            out.write("velora-ps " VELORA_VERSION "\n");
+            return 0;
+        case Task::dump:
+            return withInput(options, [&](std::istream& in) {
+                std::string wrong;
+                return server::dump(in, out, wrong) ? 0 : fail(wrong);
+            });
+        case Task::show:
+            return withInput(options, [&](std::istream& in) {
+                server::show(in, out);
+                return 0;
+            });
+        case Task::serve:
+            break;
+    }
+    return server::serve(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    server::Options options;
+    if (const std::string wrong = server::parseOptions(argc - 1, argv + 1, options);
+        !wrong.empty()) {
+        std::fprintf(stderr, "velora-ps: %s\n\n%s", wrong.c_str(), server::kUsage);
+        return kBadUsage;
+    }
+    try {
+        return run(options);
+    } catch (const std::exception& e) {
+        return fail(e.what());
+    }
+}
