@@ -344,7 +344,14 @@ void FakeQlog::removeObject(const std::string& name) {
 
 void FakeQlog::setProperty(const std::string& object, const std::string& name,
                            const std::string& value) {
-    QlgSetObjProp(addObject(object), name.c_str(), value.c_str());
+    QlgHandle handle = nullptr;
+    {
+        const std::lock_guard hold(toolkit().lock);
+        const auto found = toolkit().objects.find(object);
+        if (found != toolkit().objects.end()) handle = found->second.get();
+    }
+    if (handle == nullptr) handle = addObject(object);
+    QlgSetObjProp(handle, name.c_str(), value.c_str());
 }
 
 std::string FakeQlog::property(const std::string& object, const std::string& name) const {

@@ -71,6 +71,8 @@ public:
     void setComponentId(const char* id);  // ignores null and empty
 
 private:
+    friend class ProbeMgrIdentity;  // tests' way to home, node, server and profile
+
     ProbeMgr();
 
     char appVersion_[100];
