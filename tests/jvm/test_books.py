@@ -35,11 +35,11 @@ class BooksTest(JvmTest):
         wait_until(lambda: program.poll() is not None, 20)
         servers[-1].stop()
         for server in servers:
-            self.assertEqual([], server.objects("error"), server.log.read_text())
+            self.assertEqual([], server.objects("garbage"), server.log.read_text())
 
-        delivered = sum(s["records"].get("SERVLET_REQUEST_START", 0) + s["records"].get("SERVLET_REQUEST_END", 0)
+        delivered = sum(s["recordsByType"].get("SERVLET_REQUEST_START", 0) + s["recordsByType"].get("SERVLET_REQUEST_END", 0)
                         for server in servers for s in server.objects("summary"))
-        dropped = sum(d["dropped"] for server in servers for d in server.objects("drop"))
+        dropped = sum(s["droppedEvents"] for server in servers for s in server.objects("summary"))
         logged, gated = self.logged_losses()
         self.assertEqual(produced, delivered + dropped + logged + gated,
                          f"delivered {delivered}, in drop records {dropped}, lost by the log {logged}, gated {gated}")

@@ -37,18 +37,18 @@ class ContainerTest(JvmTest):
         self.assertEqual(("Hello", "/demo", "demo", 1), self.traits(private[0]))
 
         slow = next(r for r in by_url["/demo/slow"] if r["depth"] == 1)
-        self.assertGreaterEqual(slow["wall_ms"], 119)
-        self.assertLess(slow["cpu_ms"], slow["wall_ms"] / 2, "sleeping is not computing")
+        self.assertGreaterEqual(slow["wallMs"], 119)
+        self.assertLess(slow["cpuMs"], slow["wallMs"] / 2, "sleeping is not computing")
         burn = by_url["/demo/burn"][0]
-        self.assertGreater(burn["cpu_ms"], 5)
-        self.assertLessEqual(burn["cpu_ms"], burn["wall_ms"] + 1)
+        self.assertGreater(burn["cpuMs"], 5)
+        self.assertLessEqual(burn["cpuMs"], burn["wallMs"] + 1)
 
         nested = by_url["/demo/nested"][0]
         included = next(r for r in by_url["/demo/slow"] if r["depth"] == 2)
         forwarded = next(r for r in by_url["/demo/hello"] if r["depth"] == 2)
         self.assertEqual(1, nested["depth"])
         self.assertEqual({nested["thread"]}, {included["thread"], forwarded["thread"]})
-        self.assertGreaterEqual(nested["wall_ms"] + 0.01, included["wall_ms"] + forwarded["wall_ms"])
+        self.assertGreaterEqual(nested["wallMs"] + 0.01, included["wallMs"] + forwarded["wallMs"])
 
         fail = by_url["/demo/fail"][0]
         self.assertEqual("error", fail["outcome"])

@@ -54,7 +54,7 @@ class OutageTest(JvmTest):
         first = again.objects()[0]
         self.assertEqual("agent", first["type"], "the initial records come first")
         self.finished(program)
-        self.assertEqual([], again.objects("error"))
+        self.assertEqual([], again.objects("garbage"))
 
     def test_a_second_server_takes_over(self):
         first, second = self.server(), self.server(name="second")
