@@ -12,6 +12,7 @@
 namespace {
 
 std::atomic<FakeJvmpi*> current{nullptr};
+std::atomic<long> serials{0};
 
 FakeJvmpi& living() {
     FakeJvmpi* const fake = current.load(std::memory_order_acquire);
@@ -25,10 +26,11 @@ FakeJvmpi& living() {
 }  // namespace
 
 struct FakeJvmpi::Monitor {
-    explicit Monitor(std::string text) : name(std::move(text)) {}
+    Monitor(std::string text, long fake) : name(std::move(text)), maker(fake) {}
 
     const std::string name;
-    std::mutex lock;  // guards what follows
+    const long maker;  // serial number of the FakeJvmpi
+    std::mutex lock;   // guards what follows
     std::condition_variable freed;
     std::condition_variable notified;
     std::thread::id owner;
@@ -120,7 +122,7 @@ struct FakeJvmpi::Functions {
     static jint JNICALL noArguments(JavaVM*) { return JNI_OK; }
 };
 
-FakeJvmpi::FakeJvmpi() {
+FakeJvmpi::FakeJvmpi() : serial_(++serials) {
     interface_.version = JVMPI_VERSION_1;
     interface_.EnableEvent = Functions::enableEvent;
     interface_.DisableEvent = Functions::disableEvent;
@@ -205,7 +207,7 @@ JVMPI_RawMonitor FakeJvmpi::create(const char* name) {
     }
     auto& all = Monitor::all();
     const std::lock_guard hold(all.lock);
-    all.monitors.push_back(std::make_unique<Monitor>(name));
+    all.monitors.push_back(std::make_unique<Monitor>(name, serial_));
     return reinterpret_cast<JVMPI_RawMonitor>(all.monitors.back().get());
 }
 
@@ -424,7 +426,7 @@ std::vector<std::string> FakeJvmpi::liveMonitors() const {
     const std::lock_guard hold(all.lock);
     for (const auto& monitor : all.monitors) {
         const std::lock_guard holdOne(monitor->lock);
-        if (!monitor->destroyed) names.push_back(monitor->name);
+        if (monitor->maker == serial_ && !monitor->destroyed) names.push_back(monitor->name);
     }
     return names;
 }

@@ -69,7 +69,7 @@ public:
     [[nodiscard]] std::int64_t waitedMs() const;
     [[nodiscard]] long endlessWaits() const;  // waits with 0 or less, which a VM would not end
     [[nodiscard]] std::vector<std::string> heldMonitors() const;
-    [[nodiscard]] std::vector<std::string> liveMonitors() const;  // made and not destroyed
+    [[nodiscard]] std::vector<std::string> liveMonitors() const;  // made here and not destroyed
 
     // The order of monitor operations, as "create NAME", "enter NAME", "exit NAME", "wait NAME
     // 500"... while recording is on.
@@ -112,6 +112,7 @@ private:
     jint disableEvent(jint type, void* arg);
     jint requestEvent(jint type, void* arg);
 
+    const long serial_;  // tells this fake's monitors from those of earlier ones
     JVMPI_Interface interface_{};
     JNIInvokeInterface_ vmFunctions_{};
     JavaVM vm_{};
