@@ -5,6 +5,7 @@
 #include <string>
 
 #include "capture/EventStamp.h"
+#include "foundation/Platform.h"
 #include "support/CaptureFixture.h"
 
 namespace {

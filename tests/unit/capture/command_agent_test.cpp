@@ -1,6 +1,7 @@
 #include "capture/command_agent.h"
 
 #include <cstring>
+#include <ostream>
 #include <string>
 
 #include "foundation/Globals.h"
@@ -133,6 +134,9 @@ struct NestingCase {
     int depthAfter;
     bool swallowing = false;  // level 1 with nested requests disabled
 };
+std::ostream& operator<<(std::ostream& out, const NestingCase& c) {
+    return out << c.name;
+}
 
 class Nesting : public RequestTest, public ::testing::WithParamInterface<NestingCase> {};
 
@@ -362,7 +366,7 @@ TEST_F(RequestTest, TokenOfAnEndedThreadIsNotHandedOut) {
 
 TEST_F(RequestTest, TokenWithoutJavaMemoryIsNullAndStays) {
     receive(9);
-    jni.fail("NewByteArray", 1);
+    jni.fail("New<T>Array", 1);
     EXPECT_EQ(Java_com_velora_command_CommandAgent_getNativeGpsToken(env, nullptr), nullptr);
     EXPECT_EQ(tokenHandedOut(), (std::vector<std::uint8_t>{0, 0, 0, 9}));
 }
