@@ -13,8 +13,8 @@
 namespace qmsg {
 namespace {
 
-constexpr off_t kLargestFile = 16 << 20;  // bytes
-const nl_catd kNone = reinterpret_cast<nl_catd>(-1);
+constexpr off_t kLargestFile = 16 << 20;              // bytes
+const nl_catd kNone = reinterpret_cast<nl_catd>(-1);  // NOLINT: as POSIX has it
 
 std::string environment(const char* name) {
     const char* value = std::getenv(name);

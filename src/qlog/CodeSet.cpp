@@ -4,7 +4,7 @@
 
 namespace qmsg {
 namespace {
-const iconv_t kNone = reinterpret_cast<iconv_t>(-1);
+const iconv_t kNone = reinterpret_cast<iconv_t>(-1);  // NOLINT: as POSIX has it
 }  // namespace
 
 CodeSet::CodeSet(const std::string& directory, const std::string& catalogue) : converter_(kNone) {

@@ -24,11 +24,11 @@ class sink;
 namespace qlog {
 
 struct FileSettings {
-    std::string path;                     // empty: nothing is written
-    std::size_t maxBytes = 10240 * 1024;  // of one file
-    std::size_t maxFiles = 5;             // rotated copies kept beside the current file
-    bool flush = true;                    // hand each record to the system at once
-    int level = 0;                        // records below it are left out
+    std::string path;                                  // empty: nothing is written
+    std::size_t maxBytes = std::size_t{10240} * 1024;  // of one file
+    std::size_t maxFiles = 5;  // rotated copies kept beside the current file
+    bool flush = true;         // hand each record to the system at once
+    int level = 0;             // records below it are left out
 
     bool operator==(const FileSettings&) const = default;
 };

@@ -48,8 +48,8 @@ private:
 // The filled format, at most kLongestText bytes.
 [[nodiscard]] std::string render(const char* format, const Arguments& arguments);
 
-constexpr std::size_t kLongestText = 64 * 1024;      // bytes of one record
-constexpr std::size_t kLongestArgument = 16 * 1024;  // bytes of one text argument
+constexpr std::size_t kLongestText = std::size_t{64} * 1024;      // bytes of one record
+constexpr std::size_t kLongestArgument = std::size_t{16} * 1024;  // bytes of one text argument
 
 // The text cut to at most that many bytes, at a character boundary (UTF-8), with "..." to show it.
 void cut(std::string& text, std::size_t bytes);
