@@ -3,6 +3,7 @@
 #include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 
 #include "QlogFixture.h"
 #include "foundation/Messages.h"
@@ -116,6 +117,43 @@ TEST_F(HomeTest, TheTextsOfTheOwnLogAreReadUpToTheExplanation) {
     }
     EXPECT_GT(keys.size(), 5u);
     EXPECT_TRUE(file) << "no explanation";
+}
+
+// Every setting that the collector's code asks for, with the default that it gives there ("" for
+// none).
+std::map<std::string, std::string> settingsInTheCode() {
+    static const std::regex ask(
+        "get(?:Int|Long|String|Bounded)?Property\\(\\s*\"([^\"]+)\"(?:,\\s*(-?\\d+)\\s*[,)])?");
+    std::map<std::string, std::string> settings;
+    const std::filesystem::path sources = VELORA_SOURCE_DIR "/src/jni";
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(sources)) {
+        if (entry.path().extension() != ".cpp") continue;
+        std::ostringstream text;
+        text << std::ifstream(entry.path()).rdbuf();
+        const std::string code = text.str();
+        for (std::sregex_iterator at(code.begin(), code.end(), ask), end; at != end; ++at) {
+            settings[(*at)[1]] = (*at)[2];
+        }
+    }
+    return settings;
+}
+
+TEST_F(HomeTest, EverySettingOfTheCodeIsExplainedWithItsDefault) {
+    std::map<std::string, std::string> explained;
+    std::ifstream file(kHome + "/etc/datacollector.properties");
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t equals = line.find('=');
+        if (equals == std::string::npos || line.find(' ') != std::string::npos) continue;
+        explained[line.substr(1, equals - 1)] = line.substr(equals + 1);
+    }
+    const auto settings = settingsInTheCode();
+    EXPECT_GT(settings.size(), 15u);
+    for (const auto& [key, normal] : settings) {
+        ASSERT_EQ(explained.count(key), 1u) << key;
+        if (!normal.empty()) {
+            EXPECT_EQ(explained[key], normal) << key;
+        }
+    }
 }
 
 TEST_F(HomeTest, ShippedSettingsAreComments) {
