@@ -33,10 +33,8 @@ enum Opcode : BYTE {
     kIfnull = 198,
 };
 
-// Bytes of the pool entry at `at`, 0 for an unknown tag or when the entry does not end before
-// limit.
-std::size_t entrySize(const BYTE* at, const BYTE* limit) {
-    const auto room = limit == nullptr ? SIZE_MAX : static_cast<std::size_t>(limit - at);
+// Bytes of the pool entry at `at`, 0 for an unknown tag or when it takes more than room bytes.
+std::size_t entrySize(const BYTE* at, std::size_t room) {
     if (room == 0) return 0;
     std::size_t size = 0;
     if (*at == kUtf8) {
@@ -55,21 +53,47 @@ void logUnknownTag(BYTE tag, int slot, std::ptrdiff_t offset) {
                   static_cast<int>(offset));
 }
 
-// Fills pool->entries; false at the first entry that is unknown or too long.
-bool indexEntries(ConstantPool* pool, const BYTE* limit) {
+// Fills pool->entries from at most room bytes; false at the first entry that is unknown or too
+// long.
+bool indexEntries(ConstantPool* pool, std::size_t room) {
     BYTE* cursor = pool->start;
     for (int slot = 1; slot < pool->count; ++slot) {
-        const std::size_t size = entrySize(cursor, limit);
+        const std::size_t size = entrySize(cursor, room);
         if (size == 0) {
-            logUnknownTag(cursor == limit ? 0 : *cursor, slot, cursor - pool->start);
+            logUnknownTag(room == 0 ? 0 : *cursor, slot, cursor - pool->start);
             return false;
         }
         pool->entries[slot] = cursor;
         if (isWide(*cursor) && ++slot < pool->count) pool->entries[slot] = nullptr;
         cursor += size;
+        room -= size;
     }
     pool->end = cursor;
     return true;
+}
+
+// room: bytes that may be read from data on.
+ConstantPool* parsePool(BYTE* data, std::size_t room) {
+    if (room < 2) return nullptr;
+    auto* const pool = static_cast<ConstantPool*>(std::malloc(sizeof(ConstantPool)));
+    if (pool == nullptr) {
+        VEL_DEBUG_MIN("parseConstantPool(BYTE*)", "malloc failed");
+        return nullptr;
+    }
+    pool->count = readUSHORT(data);
+    pool->start = data + 2;
+    pool->end = pool->start;
+    pool->entries = static_cast<BYTE**>(std::calloc(std::max<int>(pool->count, 1), sizeof(BYTE*)));
+    if (pool->entries == nullptr) {
+        VEL_DEBUG_MIN("parseConstantPool(BYTE*)", "malloc failed");
+        std::free(pool);
+        return nullptr;
+    }
+    if (!indexEntries(pool, room - 2)) {
+        freeConstantPool(pool);
+        return nullptr;
+    }
+    return pool;
 }
 
 // A cursor that never passes the end: each step says whether the bytes were there.
@@ -191,31 +215,12 @@ static_assert(kLstore == kIstore + 1 && kFstore == kIstore + 2 && kDstore == kIs
 
 ConstantPool* parseConstantPool(BYTE* data) {
     VEL_TRACE("parseConstantPool(BYTE*)");
-    return parseConstantPool(data, nullptr);
+    return parsePool(data, SIZE_MAX);
 }
 
 ConstantPool* parseConstantPool(BYTE* data, const BYTE* limit) {
     VEL_TRACE("parseConstantPool(BYTE*, const BYTE*)");
-    if (limit != nullptr && limit - data < 2) return nullptr;
-    auto* const pool = static_cast<ConstantPool*>(std::malloc(sizeof(ConstantPool)));
-    if (pool == nullptr) {
-        VEL_DEBUG_MIN("parseConstantPool(BYTE*)", "malloc failed");
-        return nullptr;
-    }
-    pool->count = readUSHORT(data);
-    pool->start = data + 2;
-    pool->end = pool->start;
-    pool->entries = static_cast<BYTE**>(std::calloc(std::max<int>(pool->count, 1), sizeof(BYTE*)));
-    if (pool->entries == nullptr) {
-        VEL_DEBUG_MIN("parseConstantPool(BYTE*)", "malloc failed");
-        std::free(pool);
-        return nullptr;
-    }
-    if (!indexEntries(pool, limit)) {
-        freeConstantPool(pool);
-        return nullptr;
-    }
-    return pool;
+    return parsePool(data, static_cast<std::size_t>(limit - data));
 }
 
 void freeConstantPool(ConstantPool* pool) {
