@@ -19,14 +19,17 @@ namespace {
 
 constexpr const char* kSource = "ThreadData";
 
-// How many droppable events a queue takes; read once, later changes of the setting are not seen.
-long queueLimit() {
-    static const long limit = PropertyMgr::getInstance()->getBoundedProperty(
+}  // namespace
+
+std::atomic<long> ThreadData::queueLimit_{0};
+
+// The setting is read once for the whole process; later changes are not seen.
+long ThreadData::readQueueLimit() {
+    const long limit = PropertyMgr::getInstance()->getBoundedProperty(
         "internal.probe.event.queue.size.limit", 5000, 1, INT_MAX);
+    queueLimit_.store(limit, std::memory_order_relaxed);
     return limit;
 }
-
-}  // namespace
 
 ThreadData::ThreadData(JVMPI_Event* event) : VeloraBase("ThreadData") {
     VEL_TRACE("ThreadData(JVMPI_Event*)");

@@ -122,6 +122,7 @@ public:
 
 private:
     friend class RecordPins;
+    friend class ThreadDataProbe;  // tests that need another queue limit
     friend class ThreadMgr;
     // The first half of the destruction, for a record that another thread may still be looking at:
     // nothing is accepted any more and what waits is deleted, but no memory goes that a reader
@@ -132,6 +133,14 @@ private:
     bool refuse(Event* evt);
     bool queueEvent(Event* evt);
     void keepFormer(char* name);
+
+    // How many droppable events a queue takes: 0 until it has been read from the settings.
+    static long queueLimit() {
+        const long limit = queueLimit_.load(std::memory_order_relaxed);
+        return limit != 0 ? limit : readQueueLimit();
+    }
+    static long readQueueLimit();
+    static std::atomic<long> queueLimit_;
 
     std::atomic<std::int32_t> refused_[DroppedEvent::kLostClasses] = {};
     std::atomic<std::uint32_t> gatedCalls_{0};
