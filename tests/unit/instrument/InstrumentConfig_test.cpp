@@ -12,7 +12,9 @@
 namespace {
 
 #define KEY "com.kor.tessar.ruka.jvmpi."
-constexpr char kShipped[] = VELORA_GOLDEN_DIR "/../../etc/instrumentation.properties";
+const std::filesystem::path kShipped =
+    std::filesystem::path(VELORA_GOLDEN_DIR).parent_path().parent_path() /
+    "etc/instrumentation.properties";
 constexpr char kTarget[] =
     "org.acme.L java/lang/ClassLoader defineClass (Ljava/lang/String;[BII)Ljava/lang/Class; "
     "0,1,2,3,4";
@@ -63,7 +65,7 @@ TEST_F(InstrumentConfigTest, ReadsEveryKey) {
 
 TEST_F(InstrumentConfigTest, TheShippedFileConfiguresNothing) {
     ASSERT_TRUE(std::filesystem::exists(kShipped));
-    EXPECT_TRUE(getConfig(kShipped));
+    EXPECT_TRUE(getConfig(kShipped.c_str()));
     EXPECT_FALSE(instrumentConfig().instrumentDefineClass);
     EXPECT_TRUE(instrumentConfig().classLoaders.empty());
 }
