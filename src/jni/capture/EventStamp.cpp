@@ -10,12 +10,14 @@
 
 namespace capture {
 
+Clocks clocks{getCurrentTime, getCurrentThreadCpuTime};
+
 void stamp(Event& event, ThreadData* thread, ClockOrder order) {
     event.threadId_ = thread == nullptr ? 0 : thread->getThreadIntId();
-    if (order == ClockOrder::wallFirst) getCurrentTime(&event.timeSec_, &event.timeUSec_);
-    const jlong cpuTime = getCurrentThreadCpuTime();
+    if (order == ClockOrder::wallFirst) clocks.wall(&event.timeSec_, &event.timeUSec_);
+    const jlong cpuTime = clocks.cpu();
     event.cpuTime_ = thread == nullptr ? cpuTime : thread->saveAndTestCPUTime(cpuTime);
-    if (order == ClockOrder::cpuFirst) getCurrentTime(&event.timeSec_, &event.timeUSec_);
+    if (order == ClockOrder::cpuFirst) clocks.wall(&event.timeSec_, &event.timeUSec_);
 }
 
 void charge(Event& event, int bytes) {

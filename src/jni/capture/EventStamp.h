@@ -14,6 +14,13 @@ namespace capture {
 // The clock that is read first stands outside the interval between a begin and its end.
 enum class ClockOrder { wallFirst, cpuFirst };
 
+// Where the times come from; tests replace them.
+struct Clocks {
+    void (*wall)(std::uint32_t* sec, std::uint32_t* usec);
+    jlong (*cpu)();  // ns, of the calling thread
+};
+extern Clocks clocks;
+
 // Thread id (0 without a record), wall time and thread CPU time, which never runs backwards within
 // a record. One reading of the CPU clock, the dearest step of the request path.
 void stamp(Event& event, ThreadData* thread, ClockOrder order);

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <limits>
+#include <ostream>
 #include <string>
 
 #include "capture/EventStamp.h"
@@ -123,18 +124,61 @@ TEST(EventCharge, StaysAtItsGreatestValue) {
     EXPECT_EQ(event.size_, std::numeric_limits<std::int16_t>::max());
 }
 
-// A begin reads the wall clock first, every other phase last: the wall interval encloses the CPU
-// interval.
-TEST_F(EventUtilsTest, ClockOrderFollowsThePhase) {
-    ServletEvent begin(START);
-    ServletEvent end(END);
-    const auto wallUs = [](const Event& e) { return e.timeSec_ * 1000000ULL + e.timeUSec_; };
-    capture::stamp(begin, thread);
-    const jlong cpuBetween = getCurrentThreadCpuTime();
-    capture::stamp(end, thread);
-    EXPECT_LE(begin.cpuTime_, cpuBetween);
-    EXPECT_LE(cpuBetween, end.cpuTime_);
-    EXPECT_LE(wallUs(begin), wallUs(end));
+// --- clocks -------------------------------------------------------------------------------------
+
+std::string readings;  // "w" and "c", in the order in which the clocks were read
+
+struct PhaseCase {
+    const char* name;
+    EventSubType phase;
+    const char* order;
+};
+std::ostream& operator<<(std::ostream& out, const PhaseCase& c) {
+    return out << c.name;
 }
+
+class ClockOrder : public EventUtilsTest, public ::testing::WithParamInterface<PhaseCase> {
+protected:
+    ClockOrder() {
+        readings.clear();
+        capture::clocks = {[](std::uint32_t* sec, std::uint32_t* usec) {
+                               readings += 'w';
+                               *sec = 11;
+                               *usec = 22;
+                           },
+                           []() -> jlong {
+                               readings += 'c';
+                               return 33;
+                           }};
+    }
+    ~ClockOrder() override { capture::clocks = {getCurrentTime, getCurrentThreadCpuTime}; }
+};
+
+// What is read last at a begin and first at an end lies inside the measured interval.
+TEST_P(ClockOrder, KeepsCpuReadingsInside) {
+    EventUtils::sendRequest(env, thread, servlet(GetParam().phase), nullptr, nullptr, nullptr);
+    EXPECT_EQ(readings, GetParam().order);
+    const auto event = takeOne<ServletEvent>();
+    EXPECT_EQ(event->timeSec_, 11U);
+    EXPECT_EQ(event->timeUSec_, 22U);
+    EXPECT_EQ(event->cpuTime_, 33);
+}
+INSTANTIATE_TEST_SUITE_P(Phases, ClockOrder,
+                         ::testing::Values(PhaseCase{"start", START, "wc"},
+                                           PhaseCase{"end", END, "cw"},
+                                           PhaseCase{"error", ERRORS, "cw"},
+                                           PhaseCase{"other", NOSTYPE, "cw"}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+class FixedClockOrder : public ClockOrder {};
+TEST_P(FixedClockOrder, OfClassAndReceiveEvents) {
+    EventUtils::appendCommonEvent(env, IIOP_SERVER, GetParam().phase, nullptr, nullptr, nullptr);
+    EventUtils::appendGPSReceiveEvent(env, thread, new GPSEvent(COMPLETE));
+    EXPECT_EQ(readings, "wcwc");
+}
+INSTANTIATE_TEST_SUITE_P(Phases, FixedClockOrder,
+                         ::testing::Values(PhaseCase{"start", START, ""},
+                                           PhaseCase{"end", END, ""}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
