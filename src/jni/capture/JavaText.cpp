@@ -43,14 +43,10 @@ Text keep(const char* text, std::size_t length, std::size_t atLeast) {
 
 }  // namespace
 
-std::size_t cutPoint(const char* text, std::size_t length, std::size_t room, bool moreFollows) {
-    if (length <= room && !moreFollows) return length;
-    std::size_t keep = length;
-    if (keep > room) {
-        keep = room;
-        while (keep > 0 && isContinuation(text[keep])) --keep;
-    }
-    return endsInHighSurrogate(text, keep) ? keep - 3 : keep;
+std::size_t cutPoint(const char* text, std::size_t length, std::size_t room) {
+    if (length <= room) return length;
+    while (room > 0 && isContinuation(text[room])) --room;
+    return endsInHighSurrogate(text, room) ? room - 3 : room;
 }
 
 Text copy(JNIEnv* env, jstring text, int limit, int atLeast) {
@@ -60,7 +56,8 @@ Text copy(JNIEnv* env, jstring text, int limit, int atLeast) {
         if (minimum > 0) return keep("", 0, minimum);
         return {emptyText(), 1};
     }
-    // limit characters are at least limit bytes: enough to fill the limit, whatever they are.
+    // limit units are at least limit bytes, more than is kept: a text that goes on behind them is
+    // cut.
     const jsize units = std::min(whole, static_cast<jsize>(limit));
     const std::size_t needed = static_cast<std::size_t>(units) * kBytesPerUnit + 1;
     char onStack[kStackBytes];
@@ -71,8 +68,7 @@ Text copy(JNIEnv* env, jstring text, int limit, int atLeast) {
         buffer = onHeap.get();
     }
     const std::size_t bytes = region(env, text, units, buffer);
-    const std::size_t length =
-        cutPoint(buffer, bytes, static_cast<std::size_t>(limit) - 1, units < whole);
+    const std::size_t length = cutPoint(buffer, bytes, static_cast<std::size_t>(limit) - 1);
     return keep(buffer, length, minimum);
 }
 

@@ -24,9 +24,8 @@ struct Text {
 // Whether a Java string is this plain ASCII text. Strings of another length cost one JNI call.
 bool equals(JNIEnv* env, jstring text, const char* ascii, jsize length);
 
-// How many of the first `length` bytes of `text` to keep so that at most `room` remain and no
-// character or surrogate pair is cut. moreFollows: the text goes on behind `length`.
-std::size_t cutPoint(const char* text, std::size_t length, std::size_t room,
-                     bool moreFollows = false);
+// How many bytes of a text to keep so that at most `room` remain and no character or surrogate pair
+// is cut.
+std::size_t cutPoint(const char* text, std::size_t length, std::size_t room);
 
 }  // namespace javatext

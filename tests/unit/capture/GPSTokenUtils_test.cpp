@@ -114,6 +114,18 @@ INSTANTIATE_TEST_SUITE_P(Values, GPSCushion,
                                            CushionCase{"absurd", "2000000", "1000000", true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+TEST_F(GPSTokenTest, TheFileGetsTheUnmaskedSum) {
+    GPSTokenUtils::setUpGps(std::string(31, '0').c_str());  // a single counter bit
+    GPSTokenUtils::saveGPSToken(1);
+    EXPECT_EQ(content(), "200");
+}
+
+TEST_F(GPSTokenTest, RegionBitsOnlyAddUp) {
+    GPSTokenUtils::setUpGps("1");
+    GPSTokenUtils::setUpGps("01");
+    EXPECT_EQ(GPSTokenUtils::getToken(), 0xC0000000U);
+}
+
 TEST_F(GPSTokenTest, TooLongMaskChangesNothing) {
     GPSTokenUtils::setUpGps("01");
     const unsigned before = GPSTokenUtils::getToken();

@@ -207,6 +207,7 @@ TEST_F(HeapWalkerTest, ADumpCutAnywhereIsReadUpToTheCut) {
 struct HostileCase {
     const char* name;
     HeapDumpWriter dump;
+    std::uint32_t instances;  // that the damaged record itself counts
 };
 std::ostream& operator<<(std::ostream& out, const HostileCase& c) {
     return out << c.name;
@@ -214,24 +215,27 @@ std::ostream& operator<<(std::ostream& out, const HostileCase& c) {
 class HostileDumps : public HeapWalkerTest, public ::testing::WithParamInterface<HostileCase> {};
 
 TEST_P(HostileDumps, EndTheWalkInsideTheDump) {
-    classes[0x120] = {"x/Huge", -1, static_cast<std::size_t>(-1)};
+    classes[0x120] = {"x/Interfaces", -1, 0};
+    classes[0x128] = {"x/Statics", 0, static_cast<std::size_t>(-1)};
     HeapDumpWriter dump = GetParam().dump;
     dump.instance(1, 0x100, 8);  // lies inside what the record claims: not reached
     EXPECT_NE(summary(dump.bytes()), "<null>");
-    EXPECT_LE(InstanceCount, 1U);
+    EXPECT_EQ(InstanceCount, GetParam().instances);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Records, HostileDumps,
     ::testing::Values(HostileCase{"instanceOfFourGigabytes",
-                                  HeapDumpWriter().tag(0x21).id(1).id(0x100).put(0xFFFFFFFFU)},
+                                  HeapDumpWriter().tag(0x21).id(1).id(0x100).put(0xFFFFFFFFU), 1},
                       HostileCase{"objectArrayOfFourGigaElements",
-                                  HeapDumpWriter().tag(0x22).id(1).put(0xFFFFFFFFU).id(0)},
-                      HostileCase{
-                          "longArrayOfFourGigaElements",
-                          HeapDumpWriter().tag(0x23).id(1).put(0xFFFFFFFFU).tag(JVMPI_LONG)},
-                      HostileCase{"classWithMinusOneInterfacesAndAllStatics",
-                                  HeapDumpWriter().tag(0x20).id(0x120).fill(48).put(8U).fill(16)}),
+                                  HeapDumpWriter().tag(0x22).id(1).put(0xFFFFFFFFU).id(0), 0},
+                      HostileCase{"longArrayOfFourGigaElements",
+                                  HeapDumpWriter().tag(0x23).id(1).put(0xFFFFFFFFU).tag(JVMPI_LONG),
+                                  0},
+                      HostileCase{"classWithMinusOneInterfaces",
+                                  HeapDumpWriter().classDump(0x120, 8, 0, 0, 0), 0},
+                      HostileCase{"classWithAllTheStaticsThereCanBe",
+                                  HeapDumpWriter().classDump(0x128, 8, 0, 0, 0), 0}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(HeapWalkerTest, SummaryWithoutMemoryIsNull) {
