@@ -175,15 +175,18 @@ void EventAgent::sendPacket(EvtAgentMgr* manager) {
     // A network agent that was stopped and started again tells nobody; its new connection does.
     if (line.needsInit && manager->isLeader(this) && !resendInitRecord_)
         manager->notifySocketStatus();
-    if (resendInitRecord_ || (line.needsInit && manager->mayOpenConnection(this, line.agent)))
-        sendInitRecords();
+    const bool opens =
+        resendInitRecord_ || (line.needsInit && manager->mayOpenConnection(this, line.agent));
+    if (opens) sendInitRecords();
     if (claimResendData()) {
         resendInitialData();
         if (!resendInitRecord_) manager->resendDataDone(true);
     }
     line = network->lineOf(this);
     if (!line.ready || line.needsInit) return;  // nothing goes ahead of the initial records
-    if (EvtAgentMgr::isFlushing() && !line.hasRoom) return;
+    // What has no chance of being taken stays in the threads' queues while our own initial records
+    // fill the network queue, and while a flush asks again in a moment.
+    if ((opens || EvtAgentMgr::isFlushing()) && !line.hasRoom) return;
 
     const int length = prepare2send();
     const PacketInfo info{packetEvents_, line.connection, false};
@@ -296,7 +299,8 @@ void EventAgent::shedOverflow(ThreadData* thread, char** buff) {
 
 void EventAgent::drain(ThreadData* thread, char** buff) {
     VelList<Event*>* const queue = thread->getEvtQueue();
-    while (!isFull(*buff) && queue->moveFirst(kBatch, &batch_) > 0) {
+    while (!isFull(*buff) && !EvtAgentMgr::isDiscarding() &&
+           queue->moveFirst(kBatch, &batch_) > 0) {
         while (Event* const event = batch_.pop()) {
             if (!isFull(*buff) && takeEvent(thread, event, buff)) continue;
             keepList_->append(event);
@@ -484,10 +488,7 @@ long EventAgent::discardEvents(ThreadData* thread) {
 
 void EventAgent::discardQueued(Loss reason) {
     takeSnapshot();
-    for (ThreadData* const thread : pass_) {
-        LossBook::add(reason, discardEvents(thread));
-        MemoryMonitor::noteGatedCalls(thread->takeGatedCalls());
-    }
+    for (ThreadData* const thread : pass_) LossBook::add(reason, discardEvents(thread));
 }
 
 // Has an ended thread's record deleted, if it still is this agent's.
@@ -527,17 +528,22 @@ bool EventAgent::manages(const ThreadData* thread) {
 
 void EventAgent::computeMemoryTaken() {
     std::uint64_t bytes = 0;
-    long gated = 0;
     takeSnapshot();
     for (ThreadData* const thread : pass_) {
         // Wraps per thread: the counters run on for ever, their difference is what is queued.
         const std::uint32_t added = thread->jniAddCounter_ + thread->jvmpiAddCounter_;
         const std::uint32_t deleted = thread->jniDeleteCounter_ + thread->jvmpiDeleteCounter_;
         bytes += static_cast<std::uint32_t>(added - deleted);
-        gated += thread->takeGatedCalls();
+        MemoryMonitor::noteGatedCalls(thread->takeGatedCalls());
     }
     memUsed_.store(bytes, std::memory_order_relaxed);
-    MemoryMonitor::noteGatedCalls(gated);
+}
+
+void EventAgent::collectGatedCalls(VelList<ThreadData*>* threads) {
+    threads->enterLock();  // a listed record is not deleted
+    for (VelListIter<ThreadData*> it(threads); it.hasNext();)
+        MemoryMonitor::noteGatedCalls(it.next()->takeGatedCalls());
+    threads->exitLock();
 }
 
 long EventAgent::queuedEvents(VelList<ThreadData*>* threads) {

@@ -62,6 +62,7 @@ public:
     void discardQueued(Loss reason);
     // Events in the threads' queues, refused ones that no drop record has told yet included.
     static long queuedEvents(VelList<ThreadData*>* threads);
+    static void collectGatedCalls(VelList<ThreadData*>* threads);
 
 private:
     friend class EvtAgentMgr;

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "agent/ProbeMgr.h"
+#include "event/ThreadMgr.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
@@ -63,6 +64,7 @@ void EvtAgentMgr::start() {
         createData();
         initializeAfterJVMPI();
         for (int id = 0; id < evtAgentCnt_; ++id) eventAgents_[id]->thrList_->preInitLocks();
+        forgetDeletedOrphans();
         flushState = Flush::none;
         start_ = true;
     }
@@ -106,11 +108,6 @@ void EvtAgentMgr::createData() {
 }
 
 void EvtAgentMgr::deleteData() {
-    // The records themselves go with the thread manager's stop; what they hold is counted here.
-    if (EventAgent* const any = eventAgents_[0]; any != nullptr && !any->isAlive()) {
-        any->adopt(&orphans_);
-        any->discardQueued(Loss::probeStopped);
-    }
     for (int id = 0; id < evtAgentCnt_; ++id) {
         if (eventAgents_[id] == nullptr) continue;
         if (eventAgents_[id]->isAlive())
@@ -121,7 +118,8 @@ void EvtAgentMgr::deleteData() {
             delete eventAgents_[id];
         eventAgents_[id] = nullptr;
     }
-    orphans_.clear();
+    // The threads stay in orphans_, for the agents of a new start; the thread manager's stop,
+    // should it come first, deletes the records and counts what they hold.
     roundRobinIndex_ = 0;
     ready_ = false;
     start_ = false;
@@ -216,6 +214,15 @@ void EvtAgentMgr::leaveOrphans(EventAgent* agent) {
     orphans_.prependAll(agent->thrList_.get());
 }
 
+// Before any agent runs: of the threads kept over a stop those whose records are still there.
+void EvtAgentMgr::forgetDeletedOrphans() {
+    ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
+    VelList<ThreadData*> kept(false);
+    while (ThreadData* const thread = orphans_.pop())
+        if (threads != nullptr && threads->owns(thread)) kept.append(thread);
+    orphans_.prependAll(&kept);
+}
+
 bool EvtAgentMgr::isManaged(ThreadData* thread) {
     const std::shared_lock hold(poolLock_);
     const VelLockGuard holdLists(handOverLock_);
@@ -305,6 +312,15 @@ bool EvtAgentMgr::everythingSent(NetworkAgentMgr* network) {
     return network->isIdle();
 }
 
+void EvtAgentMgr::collectGatedCalls() {
+    const std::shared_lock hold(poolLock_);
+    const VelLockGuard holdLists(handOverLock_);
+    EventAgent::collectGatedCalls(&orphans_);
+    for (int id = 0; id < evtAgentCnt_; ++id)
+        if (eventAgents_[id] != nullptr)
+            EventAgent::collectGatedCalls(eventAgents_[id]->thrList_.get());
+}
+
 void EvtAgentMgr::wakeAll(NetworkAgentMgr* network) {
     {
         const std::shared_lock hold(poolLock_);
@@ -343,6 +359,7 @@ bool EvtAgentMgr::flush(int ms) {
         logMessage(msg::kFlushIncomplete, static_cast<int>(taken));
     }
     LossBook::write(true);
+    collectGatedCalls();
     MemoryMonitor::writeGatedCalls();
     return sent;
 }

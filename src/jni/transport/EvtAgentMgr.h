@@ -72,7 +72,9 @@ private:
     void deleteData();
     EventAgent* agentAt(int id);
     static bool contains(VelList<ThreadData*>* list, const ThreadData* thread);
+    void forgetDeletedOrphans();
     bool everythingSent(NetworkAgentMgr* network);
+    void collectGatedCalls();
     void wakeAll(NetworkAgentMgr* network);
 
     std::shared_mutex poolLock_;  // guards the pool's existence; held shared while an agent is used

@@ -153,6 +153,8 @@ void NetworkAgent::runBegun(JNIEnv* env) {
 void NetworkAgent::onePass(JNIEnv* env) {
     resetConnectionOnExpiry();
     if (!isReady_) connectUntilReady(env);
+    // A server that went away while there was nothing to send is noticed without a packet's loss.
+    if (isReady_ && peerHasGone()) giveUpConnection();
     if (isReady_) sendOne();
     LossBook::write(false);
     if (start_) pause();
@@ -209,18 +211,22 @@ void NetworkAgent::sendOne() {
         if (info.connection != 0 && info.connection != connection()) {
             LossBook::add(Loss::connectionGone, info.events);
         } else if (sendToRemoteHost(packet->getRecord(), packet->getSize()) < 0) {
-            _logError(__FILE_NAME__, __LINE__,
-                      "Write failed, looks like socket is down, retrying to connect to PS");
             LossBook::add(Loss::writeFailed, info.events);
-            countUnacknowledged();
-            isReady_ = false;
-            if (NetworkAgentMgr* const manager = naMgr_.load(); manager != nullptr)
-                manager->notifyConnectionListeners(this);
+            giveUpConnection();
         } else {
             noteWritten(*packet);
         }
     }
     writing_ = false;
+}
+
+void NetworkAgent::giveUpConnection() {
+    _logError(__FILE_NAME__, __LINE__,
+              "Write failed, looks like socket is down, retrying to connect to PS");
+    countUnacknowledged();
+    isReady_ = false;
+    if (NetworkAgentMgr* const manager = naMgr_.load(); manager != nullptr)
+        manager->notifyConnectionListeners(this);
 }
 
 void NetworkAgent::resetConnectionOnExpiry() {

@@ -63,6 +63,8 @@ private:
     void connectUntilReady(JNIEnv* env);
     bool tryToConnect(JNIEnv* env, int* lookupFailures);
     void sendOne();
+    bool peerHasGone() const;
+    void giveUpConnection();
     void pause();
     bool stopRequested() const;
 

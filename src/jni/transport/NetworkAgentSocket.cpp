@@ -109,6 +109,10 @@ long NetworkAgent::sendToRemoteHost(const char* ptr, long nbytes) {
     return -1;
 }
 
+bool NetworkAgent::peerHasGone() const {
+    return socketOpen_ && pssocket::peerHasGone(socketFd_);
+}
+
 bool NetworkAgent::disconnect2ps() {
     VEL_TRACE("disconnect2ps()");
     // The number stays in the field, but a closed one may belong to the host by now.

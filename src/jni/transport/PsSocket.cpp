@@ -25,6 +25,8 @@ int pendingError(int fd, int ifNone) {
     return error != 0 ? error : ifNone;
 }
 
+constexpr short kGoneEvents = POLLRDHUP | POLLHUP | POLLERR | POLLNVAL;
+
 enum class Wait { ready, gone, stopped, timedOut };
 
 // Until fd can be written, its peer is gone, or the deadline has passed (limitMs 0: none).
@@ -40,10 +42,7 @@ Wait waitWritable(int fd, int limitMs, const StopTest& stop) {
         }
         pollfd watch{fd, POLLOUT | POLLRDHUP, 0};
         const int events = poll(&watch, 1, slice);
-        if (events > 0) {
-            const bool gone = (watch.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
-            return gone ? Wait::gone : Wait::ready;
-        }
+        if (events > 0) return (watch.revents & kGoneEvents) != 0 ? Wait::gone : Wait::ready;
         if (stop()) return Wait::stopped;
     }
 }
@@ -106,6 +105,11 @@ int sendAll(int fd, const char* bytes, long count, int timeoutMs, const StopTest
             return errno;
     }
     return 0;
+}
+
+bool peerHasGone(int fd) {
+    pollfd watch{fd, POLLRDHUP, 0};
+    return poll(&watch, 1, 0) > 0 && (watch.revents & kGoneEvents) != 0;
 }
 
 std::uint64_t unacknowledgedBytes(int fd) {

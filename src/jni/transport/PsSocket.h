@@ -31,6 +31,9 @@ int connectWithin(int fd, const sockaddr_in& address, int limitMs, const StopTes
 // error.
 int sendAll(int fd, const char* bytes, long count, int timeoutMs, const StopTest& stop, long* sent);
 
+// Whether the peer has closed its side or the connection has broken.
+bool peerHasGone(int fd);
+
 // Bytes that the peer's side has not acknowledged; 0 when the system cannot tell.
 std::uint64_t unacknowledgedBytes(int fd);
 

@@ -1,0 +1,141 @@
+#include "transport/PsSocket.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <list>
+#include <vector>
+
+#include "support/LoopbackServer.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+sockaddr_in addressOf(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+}
+
+const pssocket::StopTest kNever = [] { return false; };
+const pssocket::StopTest kAtOnce = [] { return true; };
+
+class Socket {
+public:
+    Socket() : fd(pssocket::open()) {}
+    ~Socket() { ::close(fd); }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+    int fd;
+};
+
+// A listener that takes no more connections: further ones wait until their patience is over.
+class FullListener {
+public:
+    FullListener() {
+        sockaddr_in address = addressOf(0);
+        socklen_t size = sizeof address;
+        bind(own_.fd, reinterpret_cast<sockaddr*>(&address), size);
+        listen(own_.fd, 0);
+        getsockname(own_.fd, reinterpret_cast<sockaddr*>(&address), &size);
+        port = ntohs(address.sin_port);
+        do {
+            waiting_.emplace_back();
+        } while (pssocket::connectWithin(waiting_.back().fd, addressOf(port), 100, kNever) == 0);
+    }
+    int port = 0;
+
+private:
+    Socket own_;
+    std::list<Socket> waiting_;
+};
+
+TEST(PsSocket, ConnectGivesUpOnAServerThatDoesNotAnswer) {
+    const FullListener listener;
+    Socket socket;
+    EXPECT_EQ(pssocket::connectWithin(socket.fd, addressOf(listener.port), 60, kNever), ETIMEDOUT);
+    Socket stopped;
+    EXPECT_EQ(pssocket::connectWithin(stopped.fd, addressOf(listener.port), 60000, kAtOnce),
+              ECANCELED);
+}
+
+TEST(PsSocket, ConnectTellsARefusal) {
+    LoopbackServer server;
+    server.refuse();
+    Socket socket;
+    EXPECT_EQ(pssocket::connectWithin(socket.fd, addressOf(server.port()), 1000, kNever),
+              ECONNREFUSED);
+}
+
+class StuckWrite : public testing::Test {
+protected:
+    StuckWrite() {
+        server.setManner(LoopbackServer::Manner::hanging);
+        EXPECT_EQ(pssocket::connectWithin(socket.fd, addressOf(server.port()), 1000, kNever), 0);
+        server.waitForConnections(1);
+        const int small = 65536;
+        setsockopt(socket.fd, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+    }
+    int write(int timeoutMs, const pssocket::StopTest& stop) {
+        return pssocket::sendAll(socket.fd, bytes.data(), static_cast<long>(bytes.size()),
+                                 timeoutMs, stop, &sent);
+    }
+    LoopbackServer server;
+    Socket socket;
+    const std::vector<char> bytes = std::vector<char>(2 << 20, 'x');
+    long sent = 0;
+};
+
+TEST_F(StuckWrite, EndsWhenNothingMovesForTheTimeout) {
+    EXPECT_EQ(write(50, kNever), EAGAIN);
+    EXPECT_GT(sent, 0);
+    EXPECT_LT(sent, static_cast<long>(bytes.size()));
+}
+
+TEST_F(StuckWrite, EndsAtAStopWithoutATimeout) {
+    EXPECT_EQ(write(0, kAtOnce), ECANCELED);
+}
+
+TEST_F(StuckWrite, EndsAndRaisesNoSignalWhenThePeerResets) {
+    int asked = 0;
+    const int error = write(0, [&] {
+        if (++asked == 1) server.resetConnections();
+        return asked > 100;
+    });
+    EXPECT_EQ(error, ECONNRESET);
+    EXPECT_EQ(write(0, kNever), EPIPE) << "a broken connection stays broken";
+}
+
+TEST_F(StuckWrite, CompletesOnceThePeerReads) {
+    int asked = 0;
+    EXPECT_EQ(write(0,
+                    [&] {
+                        if (++asked == 1) server.setManner(LoopbackServer::Manner::reading);
+                        return false;
+                    }),
+              0);
+    EXPECT_EQ(sent, static_cast<long>(bytes.size()));
+    EXPECT_TRUE(server.waitForBytes(0, bytes.size()));
+}
+
+TEST(PsSocket, WritesNothingToAPeerThatHasClosed) {
+    LoopbackServer server;
+    Socket socket;
+    ASSERT_EQ(pssocket::connectWithin(socket.fd, addressOf(server.port()), 1000, kNever), 0);
+    ASSERT_TRUE(server.waitForConnections(1));
+    server.setManner(LoopbackServer::Manner::closing);
+    ASSERT_TRUE(server.waitUntilEnded());
+    long sent = -1;
+    const char byte = 'x';
+    EXPECT_EQ(pssocket::sendAll(socket.fd, &byte, 1, 0, kNever, &sent), EPIPE);
+    EXPECT_EQ(sent, 0) << "the system would have taken it, and nobody would have known";
+}
+
+}  // namespace
