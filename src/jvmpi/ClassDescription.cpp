@@ -2,6 +2,7 @@
 #include "jvmpi/ClassDescription.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "jvmpi/ClassIds.h"
 
@@ -34,6 +35,22 @@ void readLines(JVMPI_Method& method) {
         method.start_lineno = i == 0 ? line : std::min(method.start_lineno, line);
         method.end_lineno = std::max(method.end_lineno, line);
     }
+}
+
+// Fields that the VM lists among a class's fields but leaves out of its heap walks.
+bool isHiddenField(const std::string& className, const char* field) {
+    struct Hidden {
+        const char* className;
+        const char* field;
+    };
+    static constexpr Hidden kHidden[] = {
+        {"Ljdk/internal/reflect/UnsafeStaticFieldAccessorImpl;", "base"},
+        {"Ljdk/internal/reflect/ConstantPool;", "constantPoolOop"},
+    };
+    for (const Hidden& hidden : kHidden) {
+        if (className == hidden.className) return strcmp(field, hidden.field) == 0;
+    }
+    return false;
 }
 
 const char* primitiveName(char signature) {
@@ -151,15 +168,18 @@ bool fieldsOf(jclass type, std::vector<FieldInfo>& fields) {
     fields.clear();
     if (vmti()->GetClassFields(type, &count, ids.out()) != JVMTI_ERROR_NONE) return false;
     fields.reserve(static_cast<std::size_t>(count));
+    const std::string className = signatureOf(type);
     for (jint i = 0; i < count; ++i) {
+        VmMemory<char> name;
         VmMemory<char> signature;
         jint modifiers = 0;
-        if (vmti()->GetFieldName(type, ids[i], nullptr, signature.out(), nullptr) !=
+        if (vmti()->GetFieldName(type, ids[i], name.out(), signature.out(), nullptr) !=
                 JVMTI_ERROR_NONE ||
             vmti()->GetFieldModifiers(type, ids[i], &modifiers) != JVMTI_ERROR_NONE) {
             return false;
         }
-        fields.push_back({signature[0], (modifiers & kAccStatic) != 0});
+        fields.push_back(
+            {signature[0], (modifiers & kAccStatic) != 0, isHiddenField(className, name.get())});
     }
     return true;
 }

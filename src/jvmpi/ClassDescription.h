@@ -34,6 +34,7 @@ std::size_t widthOf(char signature);
 struct FieldInfo {
     char kind;  // first character of its signature
     bool isStatic;
+    bool isHidden;  // heap walks neither report nor number it
 };
 
 // The class's own fields in the order of all that speak about them; false when the VM does not

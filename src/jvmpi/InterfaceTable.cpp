@@ -8,6 +8,7 @@
 #include "jvmpi/ClassIds.h"
 #include "jvmpi/Edge.h"
 #include "jvmpi/EventSwitch.h"
+#include "jvmpi/HeapDump.h"
 #include "jvmpi/Jvmti.h"
 #include "jvmpi/Monitor.h"
 #include "jvmpi/ObjectIds.h"
@@ -79,6 +80,8 @@ jint requestEvent(jint type, void* argument) {
                 return requestThreadStart(static_cast<JNIEnv*>(argument));
             case JVMPI_EVENT_CLASS_LOAD:
                 return requestClassLoad(static_cast<jobjectID>(argument));
+            case JVMPI_EVENT_HEAP_DUMP:
+                return requestHeapDump(static_cast<const JVMPI_HeapDumpArg*>(argument));
             default:
                 return JVMPI_NOT_AVAILABLE;
         }

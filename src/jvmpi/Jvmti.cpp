@@ -1,6 +1,7 @@
 // Opens JVMTI environments and answers what phase and thread we are in.
 #include "jvmpi/Jvmti.h"
 
+#include <algorithm>
 #include <atomic>
 
 namespace adapter {
@@ -53,6 +54,12 @@ bool isLive() noexcept {
     jvmtiPhase phase{};
     return vmti() != nullptr && vmti()->GetPhase(&phase) == JVMTI_ERROR_NONE &&
            phase == JVMTI_PHASE_LIVE;
+}
+
+void announceLocals(JNIEnv* env, jint count) noexcept {
+    constexpr jint kMost = 65000;
+    if (env->EnsureLocalCapacity(std::min(count, kMost - 256) + 256) != JNI_OK)
+        env->ExceptionClear();
 }
 
 bool setNotified(jvmtiEvent event, bool on) noexcept {

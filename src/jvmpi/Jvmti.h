@@ -42,6 +42,10 @@ bool acquire(Choose&& choose) noexcept {
 
 bool setNotified(jvmtiEvent event, bool on) noexcept;
 
+// Announces that so many local references will be held at a time. More than some VMs accept to hear
+// of are coped with all the same.
+void announceLocals(JNIEnv* env, jint count) noexcept;
+
 // Memory that JVMTI handed out.
 template <typename T>
 class VmMemory {
@@ -91,6 +95,28 @@ public:
 private:
     JNIEnv* env_;
     Ref ref_;
+};
+
+// Frames that hold local references until this goes; a new one when the VM is to expect many more.
+class LocalFrames {
+public:
+    explicit LocalFrames(JNIEnv* env) : env_(env) {}
+    ~LocalFrames() {
+        for (; pushed_ > 0; --pushed_) env_->PopLocalFrame(nullptr);
+    }
+    LocalFrames(const LocalFrames&) = delete;
+    LocalFrames& operator=(const LocalFrames&) = delete;
+
+    bool push(jint capacity) {
+        const bool done = env_->PushLocalFrame(capacity) == JNI_OK;
+        if (!done) env_->ExceptionClear();
+        pushed_ += done ? 1 : 0;
+        return done;
+    }
+
+private:
+    JNIEnv* env_;
+    int pushed_ = 0;
 };
 
 // A weak global reference, shared by whoever looks at it while its table entry may be dropped.

@@ -1,24 +1,48 @@
 // Ids of single objects, and from any id back to its object.
 #include "jvmpi/ObjectIds.h"
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <unordered_map>
 
 #include "jvmpi/ClassIds.h"
 
 namespace adapter {
 namespace {
 
-std::mutex idLock;  // orders look and set, so that an object gets one id
-std::atomic<jvmtiEnv*> singleIds{nullptr};
+// Never destroyed: exit handlers may still ask.
+struct Table {
+    std::mutex
+        lock;  // guards what follows; also orders look and set, so that an object gets one id
+    jvmtiEnv* tags = nullptr;  // written once
+    jlong next = kFirstSingleId;
+    std::unordered_map<jlong, SharedWeakRef> objects;
+    std::size_t sweepAt =
+        1024;  // entries of dead objects are dropped when the table has grown to this
+};
+
+Table& table() {
+    static Table& instance = *new Table;
+    return instance;
+}
+
+std::atomic<jvmtiEnv*> singleIds{nullptr};  // table().tags, for a look without the lock
 std::atomic<jvmtiEnv*> dumpIds{nullptr};
 
-// Caller holds idLock.
-jvmtiEnv* openSingleIdsLocked() {
-    if (singleIds.load(std::memory_order_relaxed) == nullptr) {
-        singleIds.store(openTaggingEnvironment(), std::memory_order_release);
+// Caller holds the lock.
+jvmtiEnv* openTagsLocked() {
+    if (table().tags == nullptr) {
+        table().tags = openTaggingEnvironment();
+        singleIds.store(table().tags, std::memory_order_release);
     }
-    return singleIds.load(std::memory_order_relaxed);
+    return table().tags;
+}
+
+// Caller holds the lock.
+void sweepLocked(JNIEnv* env) {
+    std::erase_if(table().objects, [&](const auto& entry) { return !entry.second->get(env); });
+    table().sweepAt = std::max<std::size_t>(1024, 2 * table().objects.size());
 }
 
 bool isClass(JNIEnv* env, jobject object) {
@@ -49,26 +73,43 @@ jobject taggedObject(JNIEnv* env, jvmtiEnv* tags, jlong tag) {
 jobjectID idOfObject(JNIEnv* env, jobject object) {
     if (env == nullptr || object == nullptr) return nullptr;
     if (isClass(env, object)) return idOfClass(env, static_cast<jclass>(object));
-    if (const jlong known = tagIn(singleIdEnvironment(), object)) return toObjectId(known);
-    const std::lock_guard guard(idLock);
-    jvmtiEnv* tags = openSingleIdsLocked();
+    if (const jlong known = tagIn(singleIds.load(std::memory_order_acquire), object)) {
+        return toObjectId(known);
+    }
+    auto weak = std::make_shared<const WeakRef>(env, object);
+    const std::lock_guard guard(table().lock);
+    jvmtiEnv* tags = openTagsLocked();
     if (tags == nullptr) return nullptr;
     if (const jlong known = tagIn(tags, object)) return toObjectId(known);
-    static jlong next = kFirstSingleId;
-    if (tags->SetTag(object, next) != JVMTI_ERROR_NONE) return nullptr;
-    return toObjectId(std::exchange(next, next + kIdStep));
+    if (table().objects.size() >= table().sweepAt) sweepLocked(env);
+    const jlong tag = table().next;
+    table().objects.emplace(tag, std::move(weak));
+    if (tags->SetTag(object, tag) != JVMTI_ERROR_NONE) {
+        table().objects.erase(tag);
+        return nullptr;
+    }
+    table().next += kIdStep;
+    return toObjectId(tag);
 }
 
 jobject objectOfId(JNIEnv* env, jobjectID id) {
     const jlong tag = toTag(id);
     if (env == nullptr || tag < kFirstClassId) return nullptr;
     if (tag >= kFirstDumpId) return taggedObject(env, dumpIds.load(std::memory_order_acquire), tag);
-    if (tag >= kFirstSingleId) return taggedObject(env, singleIdEnvironment(), tag);
-    return classOfId(env, id).release();
+    if (tag < kFirstSingleId) return classOfId(env, id).release();
+    SharedWeakRef weak;
+    {
+        const std::lock_guard guard(table().lock);
+        const auto at = table().objects.find(tag);
+        if (at != table().objects.end()) weak = at->second;
+    }
+    return weak == nullptr ? nullptr : weak->get(env).release();
 }
 
-jvmtiEnv* singleIdEnvironment() {
-    return singleIds.load(std::memory_order_acquire);
+std::vector<std::pair<jlong, SharedWeakRef>> livingSingles(JNIEnv* env) {
+    const std::lock_guard guard(table().lock);
+    sweepLocked(env);
+    return {table().objects.begin(), table().objects.end()};
 }
 
 void setDumpEnvironment(jvmtiEnv* environment) {

@@ -7,6 +7,8 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 #include "jvmpi/Jvmti.h"
 #include "jvmpi/jvmpi.h"
@@ -32,9 +34,8 @@ jobjectID idOfObject(JNIEnv* env, jobject object);
 // A new local reference to the object; null when it is gone or was never known.
 jobject objectOfId(JNIEnv* env, jobjectID id);
 
-// The tags of single objects; null when there are none. A heap dump reads them so that an object
-// keeps its id.
-jvmtiEnv* singleIdEnvironment();
+// All objects of this file's range that are alive. A heap dump takes these ids over.
+std::vector<std::pair<jlong, SharedWeakRef>> livingSingles(JNIEnv* env);
 
 // While a dump's event is being handled its objects can be found through the environment that
 // tagged them. Null: no longer.

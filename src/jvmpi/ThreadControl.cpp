@@ -39,7 +39,7 @@ void applyToList(ListFunction function, jint count, JNIEnv** list, jint* results
     JNIEnv* env = currentEnv();
     if (env == nullptr || !maySuspend()) return;
     const ExceptionAside aside(env);
-    if (env->EnsureLocalCapacity(count + 16) != JNI_OK) return;
+    announceLocals(env, count);
     std::vector<LocalRef<jthread>> held;
     std::vector<jthread> threads;
     std::vector<jint> places;

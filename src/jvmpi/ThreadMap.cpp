@@ -60,6 +60,7 @@ void findRunningThreads(JNIEnv* caller) {
         ++map().searches;
     }
     if (vmti()->GetAllThreads(&count, threads.out()) == JVMTI_ERROR_NONE) {
+        announceLocals(caller, count);
         for (jint i = 0; i < count; ++i) {
             const LocalRef<jthread> thread(caller, threads[i]);
             if (JNIEnv* env = nativeEnvOf(caller, thread.get())) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "DumpReader.h"
 #include "EventLog.h"
 #include "HookEdit.h"
 #include "jvmpi/jvmpi.h"
@@ -25,7 +26,27 @@ void fail(const char* text) {
     printf("FAILED: %s\n", text);
 }
 
+bool readingDump = false;
+
+void onHeapDump(JVMPI_Event* event) {
+    delete dumpReader;
+    dumpReader = new DumpReader;
+    readingDump = true;
+    dumpReader->read(*event, *jvmpi);
+    readingDump = false;
+    if (jvmpi->RequestEvent(JVMPI_EVENT_HEAP_DUMP, nullptr) != JVMPI_FAIL)
+        fail("a dump inside a dump");
+}
+
 void onEvent(JVMPI_Event* event) {
+    if (event->event_type == (JVMPI_EVENT_HEAP_DUMP | JVMPI_REQUESTED_EVENT)) {
+        onHeapDump(event);
+        return;
+    }
+    if (readingDump && event->event_type == (JVMPI_EVENT_CLASS_LOAD | JVMPI_REQUESTED_EVENT)) {
+        dumpReader->learnClass(*event);
+        return;
+    }
     if (event->event_type == JVMPI_EVENT_CLASS_LOAD_HOOK) {
         editClass(*event, *jvmpi);
         return;
@@ -298,5 +319,46 @@ JNIEXPORT void JNICALL Java_TestAgent_holdAcrossJni(JNIEnv* env, jclass, jlong m
 
 JNIEXPORT void JNICALL Java_TestAgent_profilerExit(JNIEnv*, jclass, jint code) {
     jvmpi->ProfilerExit(code);
+}
+
+JNIEXPORT jint JNICALL Java_TestAgent_dump(JNIEnv*, jclass, jint level) {
+    JVMPI_HeapDumpArg argument{level};
+    return jvmpi->RequestEvent(JVMPI_EVENT_HEAP_DUMP, level == 2 ? nullptr : &argument);
+}
+
+JNIEXPORT jstring JNICALL Java_TestAgent_dumpSummary(JNIEnv* env, jclass) {
+    return env->NewStringUTF(dumpReader->summary().c_str());
+}
+
+JNIEXPORT jstring JNICALL Java_TestAgent_dumpKind(JNIEnv* env, jclass, jlong object) {
+    return env->NewStringUTF(dumpReader->kind(object).c_str());
+}
+
+JNIEXPORT jstring JNICALL Java_TestAgent_dumpField(JNIEnv* env, jclass, jlong object, jlong type,
+                                                   jstring name) {
+    const char* text = env->GetStringUTFChars(name, nullptr);
+    const std::string value = dumpReader->field(object, type, text);
+    env->ReleaseStringUTFChars(name, text);
+    return env->NewStringUTF(value.c_str());
+}
+
+JNIEXPORT jstring JNICALL Java_TestAgent_dumpStatic(JNIEnv* env, jclass, jlong type, jstring name) {
+    const char* text = env->GetStringUTFChars(name, nullptr);
+    const std::string value = dumpReader->staticField(type, text);
+    env->ReleaseStringUTFChars(name, text);
+    return env->NewStringUTF(value.c_str());
+}
+
+JNIEXPORT jstring JNICALL Java_TestAgent_dumpElement(JNIEnv* env, jclass, jlong array,
+                                                     jlong index) {
+    return env->NewStringUTF(dumpReader->element(array, index).c_str());
+}
+
+JNIEXPORT jobjectArray JNICALL Java_TestAgent_dumpCounts(JNIEnv* env, jclass) {
+    return toJava(env, dumpReader->instanceCounts());
+}
+
+JNIEXPORT jobjectArray JNICALL Java_TestAgent_dumpRoots(JNIEnv* env, jclass, jlong object) {
+    return toJava(env, dumpReader->roots(object));
 }
 }

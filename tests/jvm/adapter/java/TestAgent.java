@@ -99,6 +99,22 @@ final class TestAgent {
 
     static native int hookedClasses();
 
+    static native int dump(int level);
+
+    static native String dumpSummary();
+
+    static native String dumpKind(long object);
+
+    static native String dumpField(long object, long declaringClass, String name);
+
+    static native String dumpStatic(long type, String name);
+
+    static native String dumpElement(long array, long index);
+
+    static native String[] dumpCounts();
+
+    static native String[] dumpRoots(long object);
+
     /** One event; get() of what it does not have fails. */
     record Event(Map<String, String> values) {
         String get(String key) {

@@ -1,0 +1,82 @@
+// Reads /proc/meminfo and the control group's limits.
+#include "jvmpi/MemoryBudget.h"
+
+#include <algorithm>
+#include <fstream>
+#include <limits>
+#include <optional>
+#include <sstream>
+
+namespace adapter {
+namespace {
+
+constexpr std::uint64_t kUnknown = std::numeric_limits<std::uint64_t>::max();
+
+// The number in a file that holds one; nothing for "max" and for missing files.
+std::optional<std::uint64_t> numberIn(const std::string& path) {
+    std::ifstream file(path);
+    std::uint64_t value = 0;
+    if (file >> value) return value;
+    return std::nullopt;
+}
+
+std::uint64_t systemAvailable(const std::string& root) {
+    std::ifstream file(root + "/proc/meminfo");
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string key;
+        std::uint64_t kilobytes = 0;
+        if (words >> key >> kilobytes && key == "MemAvailable:") return kilobytes * 1024;
+    }
+    return kUnknown;
+}
+
+std::uint64_t restOf(const std::string& limitFile, const std::string& usedFile) {
+    const auto limit = numberIn(limitFile);
+    const auto used = numberIn(usedFile);
+    if (!limit || !used) return kUnknown;
+    return *limit > *used ? *limit - *used : 0;
+}
+
+// A group is also bound by the groups above it, up to the root of what is mounted.
+std::uint64_t restInGroups(const std::string& mount, std::string group, const char* limitFile,
+                           const char* usedFile) {
+    std::uint64_t rest = kUnknown;
+    for (;;) {
+        const std::string folder = mount + group + "/";
+        rest = std::min(rest, restOf(folder + limitFile, folder + usedFile));
+        if (group.empty()) return rest;
+        group.erase(std::min(group.rfind('/'), group.size()));
+    }
+}
+
+// Lines of /proc/self/cgroup: "0::/group" for version 2, "4:memory:/group" for version 1. In a
+// container the group's own folder may be what is mounted, which the walk upwards ends at.
+std::uint64_t controlGroupRest(const std::string& root) {
+    std::ifstream file(root + "/proc/self/cgroup");
+    std::uint64_t rest = kUnknown;
+    for (std::string line; std::getline(file, line);) {
+        const auto first = line.find(':');
+        const auto second = line.find(':', first + 1);
+        if (first == std::string::npos || second == std::string::npos) continue;
+        const std::string controllers = "," + line.substr(first + 1, second - first - 1) + ",";
+        std::string group = line.substr(second + 1);
+        if (group == "/") group.clear();
+        if (controllers == ",,") {
+            rest = std::min(
+                rest, restInGroups(root + "/sys/fs/cgroup", group, "memory.max", "memory.current"));
+        } else if (controllers.find(",memory,") != std::string::npos) {
+            rest = std::min(rest, restInGroups(root + "/sys/fs/cgroup/memory", group,
+                                               "memory.limit_in_bytes", "memory.usage_in_bytes"));
+        }
+    }
+    return rest;
+}
+
+}  // namespace
+
+std::uint64_t availableMemory(const std::string& root) {
+    return std::min(systemAvailable(root), controlGroupRest(root));
+}
+
+}  // namespace adapter
