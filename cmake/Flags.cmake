@@ -1,6 +1,7 @@
 # The compiler flags of every target of this project, carried by one interface target.
 set(VELORA_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize= (empty: none)")
 
+option(VELORA_FUZZ "Build the fuzz targets of tests/fuzz (clang only)" OFF)
 option(VELORA_LOOSE_LINK "Let programs link while floors are still missing" OFF)
 
 add_library(velora_flags INTERFACE)
@@ -14,6 +15,10 @@ endif()
 if(VELORA_SANITIZE)
     target_compile_options(velora_flags INTERFACE -fsanitize=${VELORA_SANITIZE} -fno-sanitize-recover=all)
     target_link_options(velora_flags INTERFACE -fsanitize=${VELORA_SANITIZE})
+endif()
+
+if(VELORA_FUZZ)  # the fuzzer steers by coverage, of the libraries too
+    target_compile_options(velora_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # A shared library that a foreign process loads: it brings its own C++ runtime along, shows nothing

@@ -49,8 +49,10 @@ public:
     void operator()(const char*, RawBytes& field) { field.bytes = text(); }
     void operator()(const char*, Token& field) {
         tokenAt_ = position();
-        field.bytes = text();
-        badToken_ = !ranShort() && field.bytes.size() != kTokenBytes;
+        const std::size_t length = u16();
+        badToken_ = !ranShort() && length != kTokenBytes;  // not waited for
+        const Bytes bytes = take(length);
+        field.bytes = {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
     }
 
     bool badToken() const { return badToken_; }
@@ -68,14 +70,17 @@ Decoded RecordDecoder::garbage(std::size_t offset, std::string reason) {
     return Decoded::garbage;
 }
 
+bool RecordDecoder::overLimit(const Reading& in) const {
+    return in.position() > limits_.maxRecordBytes;
+}
+
 // Everything but the trailer has been read. The order of the checks makes the answer to a damaged
 // stream the same however the stream was cut.
 Decoded RecordDecoder::finish(Reading& in, Bytes untrusted) {
     if (in.badToken()) return garbage(in.tokenAt(), "a correlation token that is not 4 bytes long");
     const std::size_t trailerAt = in.position();
     const std::uint16_t trailer = in.u16();
-    if (in.ranShort() ? untrusted.size() >= limits_.maxRecordBytes
-                      : in.position() > limits_.maxRecordBytes)
+    if (in.ranShort() ? untrusted.size() >= limits_.maxRecordBytes : overLimit(in))
         return garbage(0, "a record longer than " + number(limits_.maxRecordBytes) + " bytes");
     if (in.ranShort()) return Decoded::needMore;
     if (trailer != kTrailer) return garbage(trailerAt, "no trailer where the record must end");
@@ -117,7 +122,7 @@ Decoded RecordDecoder::mqi(Bytes untrusted, Record& out) {
     Mqi& r = out.emplace<Mqi>();
     r.type = static_cast<RecordType>(in.u8());
     Mqi::fields(r, in);
-    if (in.ranShort()) return finish(in, untrusted);
+    if (in.ranShort() || overLimit(in)) return finish(in, untrusted);
     if (r.elementCount < 0) return garbage(in.position() - 4, "a negative number of elements");
     const auto count = static_cast<std::size_t>(r.elementCount);
     if (count > limits_.maxRecordBytes / Mqi::kElementBytes)
@@ -131,7 +136,7 @@ Decoded RecordDecoder::classUnload(Bytes untrusted, Record& out) {
     ClassUnload& r = out.emplace<ClassUnload>();
     r.type = static_cast<RecordType>(in.u8());
     ClassUnload::fields(r, in);
-    if (in.ranShort()) return finish(in, untrusted);
+    if (in.ranShort() || overLimit(in)) return finish(in, untrusted);
     if (r.methodCount < 0) return garbage(in.position() - 4, "a negative number of methods");
     const auto count = static_cast<std::size_t>(r.methodCount);
     if (count > limits_.maxRecordBytes / 4)
@@ -145,7 +150,7 @@ Decoded RecordDecoder::classLoad(Bytes untrusted, Record& out) {
     ClassLoad& r = out.emplace<ClassLoad>();
     r.type = static_cast<RecordType>(in.u8());
     ClassLoad::fields(r, in);
-    if (in.ranShort()) return finish(in, untrusted);
+    if (in.ranShort() || overLimit(in)) return finish(in, untrusted);
     if (r.methodCount < 0) return garbage(in.position() - 4, "a negative number of methods");
     if (static_cast<std::size_t>(r.methodCount) >
         limits_.maxRecordBytes / ClassLoad::kMinMethodBytes)

@@ -69,6 +69,7 @@ private:
     Decoded classUnload(Bytes untrusted, Record& out);
     Decoded garbage(std::size_t offset, std::string reason);
     Decoded finish(Reading& in, Bytes untrusted);
+    bool overLimit(const Reading& in) const;
 
     Limits limits_;
     std::size_t size_ = 0;

@@ -1,0 +1,42 @@
+// Writes seeds for decode_fuzz: a stream with each kind of record, and one with all of them.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "RecordCases.h"
+#include "support/WireWriter.h"
+
+namespace {
+
+void write(const std::filesystem::path& path, const wire::Bytes& stream) {
+    std::ofstream file(path, std::ios::binary);
+    file.put('\x10');  // cut into pieces of 17 bytes
+    file.write(reinterpret_cast<const char*>(stream.data()),
+               static_cast<std::streamsize>(stream.size()));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "Usage: decode_fuzz_seeds FOLDER\n");
+        return 2;
+    }
+    const std::filesystem::path folder = argv[1];
+    std::filesystem::create_directories(folder);
+    wire::Writer all;
+    for (const RecordCase& each : recordCases()) {
+        const wire::Bytes record = wire::hex(each.hex);
+        write(folder / each.name, wire::joined({wire::initPacket(), wire::packet({record})}));
+        all.raw(record);
+    }
+    write(folder / "all", wire::Writer()
+                              .raw(wire::initPacket())
+                              .u8(0)
+                              .u32(static_cast<std::uint32_t>(recordCases().size()))
+                              .trailer()
+                              .raw(all.done())
+                              .done());
+    return 0;
+}
