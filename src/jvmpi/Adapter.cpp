@@ -19,7 +19,9 @@ namespace {
 
 HostHooks host;
 
-void JNICALL onVmInit(jvmtiEnv*, JNIEnv* env, jthread) {
+void JNICALL onVmInit(jvmtiEnv*, JNIEnv* env, jthread main) {
+    catchUpWithVm();
+    atEdge([&] { announceMainThread(env, main); });
     sendInitDone(env);
 }
 

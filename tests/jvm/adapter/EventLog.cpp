@@ -12,6 +12,7 @@ namespace {
 
 std::mutex lock;
 std::vector<std::pair<jint, std::string>> events;  // type without the request bit, line
+long heard = 0;
 
 // Values are separated by '|', which occurs in no class or thread name here.
 class Line {
@@ -25,6 +26,7 @@ public:
         text_ << key << '=' << (value == nullptr ? "<null>" : value) << '|';
         return *this;
     }
+    Line& add(const char* key, char* value) { return add(key, static_cast<const char*>(value)); }
     Line& addId(const char* key, const void* id) { return add(key, reinterpret_cast<jlong>(id)); }
     std::string text() const { return text_.str(); }
 
@@ -86,6 +88,7 @@ void logEvent(const JVMPI_Event& event) {
             break;
     }
     const std::lock_guard guard(lock);
+    line.add("order", ++heard);
     events.emplace_back(type, line.text());
 }
 

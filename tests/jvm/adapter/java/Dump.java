@@ -296,7 +296,7 @@ final class Dump {
         List<Object> kept = new ArrayList<>();
         Thread loading = new Thread(() -> {
             try {
-                for (int n = 0; n < 2000 && !stop[0]; n++) {
+                for (int n = 0; n < 500 && !stop[0]; n++) {
                     var make = Loader.class.getDeclaredMethod("make");
                     make.setAccessible(true);
                     Object made = make.invoke(new Loader(bytes));

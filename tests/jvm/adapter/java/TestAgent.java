@@ -137,6 +137,7 @@ final class TestAgent {
             Map<String, String> values = new HashMap<>();
             for (String pair : line.split("\\|")) {
                 int equals = pair.indexOf('=');
+                Check.that(equals > 0, "not key=value: " + line);
                 values.put(pair.substring(0, equals), pair.substring(equals + 1));
             }
             events.add(new Event(values));

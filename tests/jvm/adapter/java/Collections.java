@@ -1,0 +1,123 @@
+import java.util.ArrayList;
+import java.util.Comparator;
+import java.util.List;
+
+/** Garbage-collection events. Started with 60 and 61 on. */
+final class Collections {
+    private static volatile Object sink;
+
+    public static void main(String[] args) {
+        Check.run("pairs", () -> pairs(5));
+        Check.run("figures", Collections::figures);
+        Check.run("offAndOnAgain", Collections::offAndOnAgain);
+        Check.run("oneWithoutTheOther", Collections::oneWithoutTheOther);
+        Check.run("noHangUnderLoad", Collections::noHangUnderLoad);
+        Check.finish();
+    }
+
+    private static final List<TestAgent.Event> heard = new ArrayList<>();
+
+    /** All start and finish events since the last forget(), in the order in which they came. */
+    private static List<TestAgent.Event> hear() {
+        TestAgent.events(TestAgent.GC_START).forEach(e -> heard.add(kind(e, "start")));
+        TestAgent.events(TestAgent.GC_FINISH).forEach(e -> heard.add(kind(e, "finish")));
+        heard.sort(Comparator.comparingLong(e -> e.number("order")));
+        return heard;
+    }
+
+    private static TestAgent.Event kind(TestAgent.Event event, String kind) {
+        event.values().put("kind", kind);
+        return event;
+    }
+
+    private static void forget() {
+        hear();
+        heard.clear();
+    }
+
+    private static void pairs(int collections) {
+        forget();
+        for (int i = 0; i < collections; i++) {
+            TestAgent.runGC();
+        }
+        Check.until("a finish of each", () -> hear().stream()
+                .filter(e -> e.get("kind").equals("finish")).count() > collections - 1);
+        List<TestAgent.Event> all = new ArrayList<>(hear());
+        if (all.get(0).get("kind").equals("finish")) {
+            all.remove(0); // of a collection that began before
+        }
+        Check.that(all.size() >= 2 * collections - 1, all.size() + " events");
+        for (int i = 0; i < all.size(); i++) {
+            Check.equal(i % 2 == 0 ? "start" : "finish", all.get(i).get("kind"));
+            Check.that(all.get(i).number("env") != 0, "no environment");
+            Check.equal(all.get(0).get("tid"), all.get(i).get("tid"));
+        }
+    }
+
+    private static void figures() {
+        byte[][] held = new byte[20][];
+        for (int i = 0; i < held.length; i++) {
+            held[i] = new byte[1 << 20];
+        }
+        sink = held;
+        pairs(1);
+        TestAgent.Event last = null;
+        for (TestAgent.Event event : heard) {
+            last = event.get("kind").equals("finish") ? event : last;
+        }
+        long used = last.number("used");
+        long total = last.number("total");
+        Check.that(used >= 20 << 20, "used " + used);
+        Check.that(used <= total, "used " + used + " of " + total);
+        Check.that(total <= Runtime.getRuntime().maxMemory(), "total " + total);
+        Check.equal(0, last.number("objects"));
+        sink = null;
+    }
+
+    private static void offAndOnAgain() {
+        Check.equal(0, TestAgent.disable(TestAgent.GC_START));
+        Check.equal(0, TestAgent.disable(TestAgent.GC_FINISH));
+        for (int i = 0; i < 3; i++) {
+            TestAgent.runGC();
+        }
+        Check.equal(0, TestAgent.enable(TestAgent.GC_START));
+        Check.equal(0, TestAgent.enable(TestAgent.GC_FINISH));
+        pairs(2);
+    }
+
+    private static void oneWithoutTheOther() {
+        Check.equal(0, TestAgent.disable(TestAgent.GC_START));
+        forget();
+        TestAgent.runGC();
+        Check.until("a finish", () -> !hear().isEmpty());
+        Check.that(hear().stream().allMatch(e -> e.get("kind").equals("finish")), "a start");
+        Check.equal(0, TestAgent.enable(TestAgent.GC_START));
+        pairs(1);
+    }
+
+    /** A thread that holds a raw monitor across JNI calls must not stop a collection, nor the other way round. */
+    private static void noHangUnderLoad() throws Exception {
+        long monitor = TestAgent.monitorCreate();
+        boolean[] stop = {false};
+        List<Thread> threads = new ArrayList<>();
+        for (int i = 0; i < 2; i++) {
+            Thread thread = new Thread(() -> {
+                while (!stop[0]) {
+                    TestAgent.holdAcrossJni(monitor, 4096);
+                    Thread.onSpinWait();
+                }
+            });
+            thread.start();
+            threads.add(thread);
+        }
+        for (int i = 0; i < 60; i++) {
+            TestAgent.runGC();
+        }
+        stop[0] = true;
+        for (Thread thread : threads) {
+            thread.join();
+        }
+        TestAgent.monitorDestroy(monitor);
+        pairs(1);
+    }
+}
