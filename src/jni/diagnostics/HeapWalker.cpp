@@ -26,7 +26,7 @@ int ClassTableCount = 0;
 namespace {
 
 constexpr std::uint64_t kIdSize = 8;
-constexpr int kBucketBits = 14;
+constexpr int kBucketBits = 16;  // as many buckets as a large server has classes
 
 std::array<ClassLoadRecordChain*, std::size_t{1} << kBucketBits> buckets{};
 
