@@ -173,6 +173,28 @@ TEST_F(HookTest, ABitTurnedOverDoesNoHarm) {
     }
 }
 
+// The fuzzer's seeds, and whatever it once found: see tests/fuzz/classfile_fuzz_seeds.cpp.
+TEST_F(HookTest, EveryKeptClassFileIsAnswered) {
+    constexpr char kWide[] = "(JLjava/lang/String;D[BIIF)Ljava/lang/Class;";
+    int shown = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(VELORA_GOLDEN_DIR "/classfile")) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const Bytes bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        const std::string name = entry.path().filename();
+        configure();
+        DefineClassMethod wide = target("org/acme/L");
+        wide.methodDescriptor = kWide;
+        wide.parameterIndex = {0, 3, 6, 7, 8};
+        instrumentConfig().classLoaders = {target("org/acme/L"), wide};
+        instrumentConfig().proxies = {target("org/acme/P")};
+        instrumentedClassLoader = false;
+        instrumentedProxy = false;
+        EXPECT_EQ(show(bytes) == kRewritten, name.rfind("rewritten-", 0) == 0) << name;
+        ++shown;
+    }
+    EXPECT_GE(shown, 8);
+}
+
 TEST_F(HookTest, TheServersLauncherIsNoticed) {
     const auto seen = [this](const char* name) {
         instrumentationActive = false;
