@@ -367,6 +367,11 @@ void FakeJni::fail(std::string_view function, int nth) {
     state_->failures[std::string(function)] = nth;
 }
 
+void FakeJni::closeRegions(bool close) {
+    const std::lock_guard hold(state_->lock);
+    state_->closeRegions = close;
+}
+
 std::vector<FakeJni::Registration> FakeJni::registrations() const {
     const std::lock_guard hold(state_->lock);
     return state_->registrations;

@@ -120,6 +120,9 @@ public:
     // NewObjectArray, New<T>Array, Get<T>ArrayElements, PushLocalFrame.
     void fail(std::string_view function, int nth = 1);
 
+    // Whether GetStringUTFRegion writes a closing zero: today's VMs do, nothing promises it.
+    void closeRegions(bool close);
+
     // --- what was done
     // ------------------------------------------------------------------------------
     struct Registration {

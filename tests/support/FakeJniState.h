@@ -109,6 +109,7 @@ struct FakeJni::State {
     std::vector<Registration> registrations;
     jint registerResult = JNI_OK;
     int globals = 0;
+    bool closeRegions = true;
     std::vector<std::string> described, violations;
 
     // All of these are called with the lock held.

@@ -648,13 +648,12 @@ void JNICALL getStringRegion(JNIEnv* env, jstring string, jsize start, jsize len
         std::memcpy(out, part.data(), part.size() * sizeof(jchar));
 }
 
-// Writes the closing zero as a VM does.
 void JNICALL getStringUtfRegion(JNIEnv* env, jstring string, jsize start, jsize length, char* out) {
     const std::lock_guard hold(of(env).lock);
     std::u16string_view part;
     if (!region(env, string, start, length, "GetStringUTFRegion", &part)) return;
     const std::string utf = fakejni::toModifiedUtf8(part);
-    std::memcpy(out, utf.c_str(), utf.size() + 1);
+    std::memcpy(out, utf.c_str(), utf.size() + (of(env).closeRegions ? 1 : 0));
 }
 
 // --- arrays

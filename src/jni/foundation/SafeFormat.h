@@ -13,9 +13,9 @@ class FormatArg {
 public:
     enum class Kind { integer, natural, real, text, pointer };
 
-    template <typename T>
-    requires std::is_arithmetic_v<T> || std::is_enum_v<T> FormatArg(
-        T value)  // NOLINT(google-explicit-constructor): arguments are given as they are
+    // Implicit, so that arguments are given as they are.
+    template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T>>>
+    FormatArg(T value)  // NOLINT(google-explicit-constructor): see above
         : kind(std::is_floating_point_v<T> ? Kind::real
                : std::is_unsigned_v<T>     ? Kind::natural
                                            : Kind::integer) {
@@ -24,8 +24,10 @@ public:
         else
             integer = static_cast<long long>(value);
     }
-    FormatArg(const char* value) : kind(Kind::text), text(value == nullptr ? "(null)" : value) {}
-    FormatArg(const void* value) : kind(Kind::pointer), pointer(value) {}
+    FormatArg(const char* value)  // NOLINT(google-explicit-constructor): see above
+        : kind(Kind::text), text(value == nullptr ? "(null)" : value) {}
+    FormatArg(const void* value)  // NOLINT(google-explicit-constructor): see above
+        : kind(Kind::pointer), pointer(value) {}
 
     Kind kind;
     union {

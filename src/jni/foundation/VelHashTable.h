@@ -198,6 +198,7 @@ private:
     unsigned hashText(const char* text) const {
         std::uint64_t h = 0;
         for (; *text != '\0'; ++text) {
+            // NOLINTNEXTLINE(bugprone-signed-char-misuse): wanted, see above
             const auto c = static_cast<std::int64_t>(static_cast<signed char>(*text));
             h = (h << 4) + static_cast<std::uint64_t>(c);
             const std::uint64_t g = h & 0xF0000000U;

@@ -176,6 +176,15 @@ TEST_F(ProbeQLogTest, LevelsReachTheirObjectAndTheTraceTest) {
     EXPECT_FALSE(traceOn(kDebugMin));
 }
 
+TEST_F(ProbeQLogTest, NothingIsTracedAfterTheEnd) {
+    initialize();
+    ProbeQLog::setLogLevel(20000);
+    EXPECT_TRUE(traceOn(kDebugMax));
+    ProbeQLog::destroy();
+    EXPECT_FALSE(traceOn(kDebugMin));
+    EXPECT_FALSE(qlog.isOpen());
+}
+
 TEST_F(ProbeQLogTest, MessagesCarrySetCatalogueAndTypedArguments) {
     initialize();
     logMessage(msg::kUsingPropertyFile, "/etc/x");

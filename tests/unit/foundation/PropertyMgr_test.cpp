@@ -149,6 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
     Lines, PropertyLineTest,
     testing::Values(
         LineCase{"blanksAreTrimmed", " \t a = b \r\n", "a", "b"},
+        LineCase{"signsAreNoBlanks", "!a=!b!\n", "!a", "!b!"},
         LineCase{"innerBlanksStay", "a b=c  d", "a b", "c  d"},
         LineCase{"noValue", "a=\n", "a", std::nullopt},
         LineCase{"noValueAfterTrimming", "a=   \n", "a", std::nullopt},

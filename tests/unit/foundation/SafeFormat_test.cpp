@@ -27,6 +27,7 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"lengthsAreOurs", "%lld|%hhd", "-42|abc"},
         FormatCase{"widthsAndFlags", "[%5d][%-5s][%08.2f]", "[  -42][abc  ][00002.50]"},
         FormatCase{"precisionCutsText", "%d%.2s", "-42ab"},
+        FormatCase{"precisionOfANumber", "%.4d %.1d", "-0042 abc"},
         FormatCase{"percent", "100%% %d%%", "100% -42%"}, FormatCase{"textForANumber", "%s", "-42"},
         FormatCase{"numberForAText", "%d %d", "-42 abc"},
         FormatCase{"realForANumber", "%d %s %d", "-42 abc 2.5"},

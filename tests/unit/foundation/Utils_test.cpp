@@ -42,6 +42,9 @@ TEST_F(UtilsTest, JavaTextIsCopiedAsModifiedUtf8) {
         const std::unique_ptr<char[]> copy(Utils::java2c_string(env, jni.string(text)));
         EXPECT_STREQ(copy.get(), text.c_str());
     }
+    jni.closeRegions(false);
+    const std::unique_ptr<char[]> closed(Utils::java2c_string(env, jni.string("open")));
+    EXPECT_STREQ(closed.get(), "open");
     EXPECT_EQ(Utils::java2c_string(env, nullptr), nullptr);
     EXPECT_EQ(Utils::java2c_string(nullptr, jni.string("x")), nullptr);
 }
