@@ -1,7 +1,9 @@
 // The records at the beginning of a connection.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "agent/ProbeMgr.h"
 #include "event/ProtocolVisitor.h"
@@ -14,7 +16,8 @@ namespace {
 class InitRecordTest : public VelFixture {
 protected:
     void SetUp() override {
-        setenv("am.home", testing::TempDir().c_str(), 1);
+        std::filesystem::create_directories(home_ + "/etc");  // where the MOD file is made
+        setenv("am.home", home_.c_str(), 1);
         setenv("am.nodename", "N", 1);
         setenv("am.appserver", "S", 1);
         ProbeMgr::onLoadInitialize(vm.vm(), nullptr);
@@ -23,6 +26,8 @@ protected:
         probe->setComponentId("id");
         probe->setAdminServerPort(8880);
     }
+
+    ~InitRecordTest() override { std::filesystem::remove_all(home_); }
 
     void defineServerName(const char* name) {
         jni.defineClass("com/velora/probe/ProbeSystem")
@@ -38,6 +43,9 @@ protected:
         ProtocolVisitor::addJ2EEInitRecord(&at, env);
         return wire::hexOf(room, static_cast<std::size_t>(at - room));
     }
+
+private:
+    const std::string home_ = testing::TempDir() + "velora_init_" + std::to_string(getpid());
 };
 
 constexpr const char* kNoCluster = "0011 3C4E4F20434C5553544552204E414D453E";  // <NO CLUSTER NAME>

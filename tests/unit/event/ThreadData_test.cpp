@@ -26,6 +26,7 @@ protected:
     ~ThreadDataTest() override { ThreadMgr::destroy(); }
 
     static bool append(ThreadData& thread, EventType type = SERVLET, EventSubType phase = START) {
+        if (type == DROPPED) return thread.appendEvent(new DroppedEvent(phase));
         return thread.appendEvent(new Event(type, phase, 10));
     }
 

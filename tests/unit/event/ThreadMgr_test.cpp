@@ -386,6 +386,7 @@ TEST_F(ThreadMgrTest, StopsAndEndsDoNotDisturbRunningNatives) {
             for (int call = 1; !over; ++call) {
                 ThreadData* const record = mgr.getThreadData(mine);
                 if (record == nullptr) continue;
+                if (call % 8 == 0) std::this_thread::yield();  // let a stop come in between
                 ++record->servletDepth_;
                 if (record->appendEvent(new GCEvent(START))) ++appended;
                 if (mgr.getThreadLocalStorage(mine) == record) --record->servletDepth_;
@@ -398,6 +399,7 @@ TEST_F(ThreadMgrTest, StopsAndEndsDoNotDisturbRunningNatives) {
                 if (ThreadData* const record = mgr.getThreadDataIfPresent(theirs);
                     record != nullptr) {
                     record->setCancelled(!record->isCancelled());
+                    std::this_thread::yield();
                     record->getEvtQueueSize();
                 }
     });
