@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -28,7 +29,13 @@ void fail(const char* text) {
 
 bool readingDump = false;
 
+jlong measuredBytes = -1;  // not -1: only the size of the next dump is wanted
+
 void onHeapDump(JVMPI_Event* event) {
+    if (measuredBytes >= 0) {
+        measuredBytes = event->u.heap_dump.end - event->u.heap_dump.begin;
+        return;
+    }
     delete dumpReader;
     dumpReader = new DumpReader;
     readingDump = true;
@@ -324,6 +331,30 @@ JNIEXPORT void JNICALL Java_TestAgent_profilerExit(JNIEnv*, jclass, jint code) {
 JNIEXPORT jint JNICALL Java_TestAgent_dump(JNIEnv*, jclass, jint level) {
     JVMPI_HeapDumpArg argument{level};
     return jvmpi->RequestEvent(JVMPI_EVENT_HEAP_DUMP, level == 2 ? nullptr : &argument);
+}
+
+// Bytes of a level-2 dump that nobody reads; -1 when it is refused.
+JNIEXPORT jlong JNICALL Java_TestAgent_dumpUnread(JNIEnv*, jclass) {
+    measuredBytes = 0;
+    const bool done = jvmpi->RequestEvent(JVMPI_EVENT_HEAP_DUMP, nullptr) == JVMPI_SUCCESS;
+    const jlong bytes = measuredBytes;
+    measuredBytes = -1;
+    return done ? bytes : -1;
+}
+
+// Limits the address space to what is used now plus so many bytes; -1: no limit.
+JNIEXPORT void JNICALL Java_TestAgent_limitMemory(JNIEnv*, jclass, jlong more) {
+    rlimit limit{};
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    if (more >= 0) {
+        long pages = 0;
+        FILE* file = fopen("/proc/self/statm", "r");
+        if (file == nullptr || fscanf(file, "%ld", &pages) != 1) fail("statm");
+        if (file != nullptr) fclose(file);
+        limit.rlim_cur = static_cast<rlim_t>(pages) * 4096 + static_cast<rlim_t>(more);
+    }
+    if (setrlimit(RLIMIT_AS, &limit) != 0) fail("setrlimit");
 }
 
 JNIEXPORT jstring JNICALL Java_TestAgent_dumpSummary(JNIEnv* env, jclass) {

@@ -60,10 +60,6 @@ final class Dump {
     private static final Heir HEIR = new Heir();
 
     public static void main(String[] args) {
-        if (args.length > 0) {
-            measure(Integer.parseInt(args[0]));
-            return;
-        }
         for (int i = 0; i < NODES; i++) {
             list = new Node(list, i);
         }
@@ -319,9 +315,5 @@ final class Dump {
         stop[0] = true;
         loading.join();
         Check.equal(null, failure[0]);
-    }
-
-    /** Prints what a dump of that many objects costs, beside the VM's own. */
-    private static void measure(int millions) {
     }
 }

@@ -101,6 +101,10 @@ final class TestAgent {
 
     static native int dump(int level);
 
+    static native long dumpUnread();
+
+    static native void limitMemory(long more);
+
     static native String dumpSummary();
 
     static native String dumpKind(long object);
