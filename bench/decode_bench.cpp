@@ -16,31 +16,31 @@ constexpr std::size_t kPiece = 256u << 10;  // what the receiver reads at once
 
 // Servlet requests with two SQL calls each, from eight threads in runs as an event agent drains
 // them.
-wire::Bytes requestStream() {
-    wire::Writer records;
+byhand::Bytes requestStream() {
+    byhand::Writer records;
     for (int i = 0; i < kRequests; ++i) {
         const auto micros = static_cast<std::uint64_t>(i) * 1000;
         const auto thread = static_cast<std::uint32_t>(1 + i / (kRequests / 8));
-        records.raw(wire::servletStart({thread, 1, micros, 0}, "GET /shop/checkout", "shop",
-                                       "/shop/checkout", "customer"));
+        records.raw(byhand::servletStart({thread, 1, micros, 0}, "GET /shop/checkout", "shop",
+                                         "/shop/checkout", "customer"));
         for (int call = 0; call < 2; ++call) {
-            records.raw(wire::sqlStart({thread, 1, micros + 10, 0}, "jdbc/main",
-                                       "select name, price from article where id = ?"));
-            records.raw(wire::timed(10, {thread, 1, micros + 200, 0}));
+            records.raw(byhand::sqlStart({thread, 1, micros + 10, 0}, "jdbc/main",
+                                         "select name, price from article where id = ?"));
+            records.raw(byhand::timed(10, {thread, 1, micros + 200, 0}));
         }
-        records.raw(wire::timed(5, {thread, 1, micros + 500, 0}));
+        records.raw(byhand::timed(5, {thread, 1, micros + 500, 0}));
     }
-    wire::Writer packet;
+    byhand::Writer packet;
     packet.u8(0).u32(6 * kRequests).trailer();
     return packet.raw(records.done()).done();
 }
 
 // End records only: the shortest timed record.
-wire::Bytes endStream() {
+byhand::Bytes endStream() {
     constexpr int count = 20000;
-    wire::Writer packet;
+    byhand::Writer packet;
     packet.u8(0).u32(count).trailer();
-    for (int i = 0; i < count; ++i) packet.raw(wire::timed(10, {1, 1, 0, 0}));
+    for (int i = 0; i < count; ++i) packet.raw(byhand::timed(10, {1, 1, 0, 0}));
     return packet.done();
 }
 
@@ -58,7 +58,7 @@ struct Discarding : server::LineSink {
 };
 
 template <class Feed>
-void inPieces(const wire::Bytes& stream, Feed&& feed) {
+void inPieces(const byhand::Bytes& stream, Feed&& feed) {
     const dc2ps::Bytes all(stream);
     for (std::size_t at = 0; at < all.size(); at += kPiece)
         feed(all.subspan(at, std::min(kPiece, all.size() - at)));
@@ -69,7 +69,7 @@ void report(benchmark::State& state, std::int64_t records, std::size_t streamByt
     state.SetBytesProcessed(static_cast<std::int64_t>(streamBytes) * state.iterations());
 }
 
-void decode(benchmark::State& state, const wire::Bytes& stream) {
+void decode(benchmark::State& state, const byhand::Bytes& stream) {
     Counting sink;
     for (auto _ : state) {
         dc2ps::StreamDecoder decoder;
@@ -91,7 +91,7 @@ void decodeEnds(benchmark::State& state) {
 BENCHMARK(decodeEnds);
 
 void receive(benchmark::State& state, server::Format format) {
-    const wire::Bytes stream = wire::joined({wire::initPacket(), requestStream()});
+    const byhand::Bytes stream = byhand::joined({byhand::initPacket(), requestStream()});
     Discarding lines;
     server::Statistics statistics;
     const auto output = server::makeOutput(format, lines);

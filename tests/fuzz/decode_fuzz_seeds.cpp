@@ -9,7 +9,7 @@
 
 namespace {
 
-void write(const std::filesystem::path& path, const wire::Bytes& stream) {
+void write(const std::filesystem::path& path, const byhand::Bytes& stream) {
     std::ofstream file(path, std::ios::binary);
     file.put('\x10');  // cut into pieces of 17 bytes
     file.write(reinterpret_cast<const char*>(stream.data()),
@@ -25,14 +25,14 @@ int main(int argc, char** argv) {
     }
     const std::filesystem::path folder = argv[1];
     std::filesystem::create_directories(folder);
-    wire::Writer all;
+    byhand::Writer all;
     for (const RecordCase& each : recordCases()) {
-        const wire::Bytes record = wire::hex(each.hex);
-        write(folder / each.name, wire::joined({wire::initPacket(), wire::packet({record})}));
+        const byhand::Bytes record = byhand::hex(each.hex);
+        write(folder / each.name, byhand::joined({byhand::initPacket(), byhand::packet({record})}));
         all.raw(record);
     }
-    write(folder / "all", wire::Writer()
-                              .raw(wire::initPacket())
+    write(folder / "all", byhand::Writer()
+                              .raw(byhand::initPacket())
                               .u8(0)
                               .u32(static_cast<std::uint32_t>(recordCases().size()))
                               .trailer()

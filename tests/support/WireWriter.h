@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace wire {
+namespace byhand {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -143,4 +143,4 @@ inline Bytes joined(std::initializer_list<Bytes> parts) {
     return whole.done();
 }
 
-}  // namespace wire
+}  // namespace byhand

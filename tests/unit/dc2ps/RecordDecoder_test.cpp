@@ -10,8 +10,8 @@
 #include "support/WireWriter.h"
 
 using namespace dc2ps;
-using wire::hex;
-using wire::Writer;
+using byhand::hex;
+using byhand::Writer;
 
 namespace {
 
@@ -24,7 +24,7 @@ std::string lineOf(const Record& record) {
 class EveryRecord : public testing::TestWithParam<RecordCase> {};
 
 TEST_P(EveryRecord, IsDecodedFromItsBytes) {
-    const wire::Bytes bytes = hex(GetParam().hex);
+    const byhand::Bytes bytes = hex(GetParam().hex);
     RecordDecoder decoder;
     Record record;
     ASSERT_EQ(decoder.decode(bytes, record), Decoded::ok) << decoder.fault().reason;
@@ -33,11 +33,11 @@ TEST_P(EveryRecord, IsDecodedFromItsBytes) {
 }
 
 TEST_P(EveryRecord, AsksForMoreAtEveryCut) {
-    const wire::Bytes whole = hex(GetParam().hex);
+    const byhand::Bytes whole = hex(GetParam().hex);
     RecordDecoder decoder;  // one for all cuts, as when the record arrives byte by byte
     Record record;
     for (std::size_t n = 0; n < whole.size(); ++n) {
-        const wire::Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(n));
+        const byhand::Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(n));
         EXPECT_EQ(decoder.decode(cut, record), Decoded::needMore) << n;
     }
     ASSERT_EQ(decoder.decode(whole, record), Decoded::ok);
@@ -46,7 +46,7 @@ TEST_P(EveryRecord, AsksForMoreAtEveryCut) {
 
 TEST_P(EveryRecord, IsGarbageWithoutItsTrailer) {
     for (const std::size_t fromEnd : {1, 2}) {
-        wire::Bytes bytes = hex(GetParam().hex);
+        byhand::Bytes bytes = hex(GetParam().hex);
         bytes[bytes.size() - fromEnd] ^= 0x01;
         RecordDecoder decoder;
         Record record;
@@ -63,7 +63,7 @@ TEST(RecordDecoder, KnowsTheTypesOfTheTableAndNoOthers) {
     std::array<bool, 256> inTable{};
     for (const RecordCase& each : recordCases()) inTable[hex(each.hex)[0]] = true;
     for (unsigned type = 0; type < 256; ++type) {
-        const wire::Bytes bytes = {static_cast<std::uint8_t>(type)};
+        const byhand::Bytes bytes = {static_cast<std::uint8_t>(type)};
         RecordDecoder decoder;
         Record record;
         EXPECT_EQ(decoder.decode(bytes, record),
@@ -130,12 +130,12 @@ TEST(RecordDecoder, WaitsForAnnouncedTextWithoutTouchingWhatIsNotThere) {
 TEST(RecordDecoder, RefusesARecordOverTheLimitHoweverItArrives) {
     Limits limits;
     limits.maxRecordBytes = 64;
-    const wire::Bytes atLimit = Writer().u8(44).text(std::string(59, 'x')).trailer().done();
-    const wire::Bytes over = Writer().u8(44).text(std::string(60, 'x')).trailer().done();
-    const wire::Bytes arriving(over.begin(), over.end() - 1);
+    const byhand::Bytes atLimit = Writer().u8(44).text(std::string(59, 'x')).trailer().done();
+    const byhand::Bytes over = Writer().u8(44).text(std::string(60, 'x')).trailer().done();
+    const byhand::Bytes arriving(over.begin(), over.end() - 1);
     Record record;
     EXPECT_EQ(RecordDecoder(limits).decode(atLimit, record), Decoded::ok);
-    for (const wire::Bytes& bytes : {over, arriving}) {
+    for (const byhand::Bytes& bytes : {over, arriving}) {
         RecordDecoder decoder(limits);
         EXPECT_EQ(decoder.decode(bytes, record), Decoded::garbage);
         EXPECT_EQ(decoder.fault().reason, "a record longer than 64 bytes");
@@ -146,8 +146,8 @@ TEST(RecordDecoder, RefusesARecordOverTheLimitHoweverItArrives) {
 TEST(RecordDecoder, StartsAfreshAfterGarbage) {
     RecordDecoder decoder;
     Record record;
-    const wire::Bytes begun = hex("01 00000001 0000 00000002 0000000A 0000 0000");
-    const wire::Bytes other = hex("01 00000001 0001 61 00000001 0000000B 0001 62 0000 7F7F");
+    const byhand::Bytes begun = hex("01 00000001 0000 00000002 0000000A 0000 0000");
+    const byhand::Bytes other = hex("01 00000001 0001 61 00000001 0000000B 0001 62 0000 7F7F");
     ASSERT_EQ(decoder.decode(begun, record), Decoded::needMore);
     ASSERT_EQ(decoder.decode(hex("FF"), record), Decoded::garbage);
     ASSERT_EQ(decoder.decode(other, record), Decoded::ok);

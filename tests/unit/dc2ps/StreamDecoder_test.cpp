@@ -8,10 +8,11 @@
 
 #include "RecordCases.h"
 #include "dc2ps/RecordPrinter.h"
+#include "support/WireBytes.h"
 #include "support/WireWriter.h"
 
 using namespace dc2ps;
-using wire::hex;
+using byhand::hex;
 using Status = FeedResult::Status;
 
 namespace {
@@ -36,36 +37,36 @@ public:
 };
 
 // A fresh vector per piece, so that a sanitizer sees its end.
-FeedResult feedInPieces(StreamDecoder& decoder, const wire::Bytes& stream, std::size_t size,
+FeedResult feedInPieces(StreamDecoder& decoder, const byhand::Bytes& stream, std::size_t size,
                         RecordSink& sink) {
     FeedResult result;
     for (std::size_t at = 0; at < stream.size(); at += size) {
         const std::size_t end = std::min(stream.size(), at + size);
-        const wire::Bytes piece(stream.begin() + static_cast<std::ptrdiff_t>(at),
-                                stream.begin() + static_cast<std::ptrdiff_t>(end));
+        const byhand::Bytes piece(stream.begin() + static_cast<std::ptrdiff_t>(at),
+                                  stream.begin() + static_cast<std::ptrdiff_t>(end));
         result = decoder.feed(piece, sink);
     }
     return result;
 }
 
 // One packet with every kind of record.
-wire::Bytes bigPacket() {
-    wire::Writer packet;
+byhand::Bytes bigPacket() {
+    byhand::Writer packet;
     packet.u8(0).u32(static_cast<std::uint32_t>(recordCases().size())).trailer();
     for (const RecordCase& each : recordCases()) packet.raw(hex(each.hex));
     return packet.done();
 }
 
 // An init packet, a packet for each kind of record, and one with all of them.
-wire::Bytes everything() {
-    wire::Writer stream;
-    stream.raw(wire::initPacket());
-    for (const RecordCase& each : recordCases()) stream.raw(wire::packet({hex(each.hex)}));
+byhand::Bytes everything() {
+    byhand::Writer stream;
+    stream.raw(byhand::initPacket());
+    for (const RecordCase& each : recordCases()) stream.raw(byhand::packet({hex(each.hex)}));
     return stream.raw(bigPacket()).done();
 }
 
 TEST(StreamDecoder, DecodesTheSameHoweverTheStreamIsCut) {
-    const wire::Bytes stream = everything();
+    const byhand::Bytes stream = everything();
     Lines whole;
     const FeedResult result = StreamDecoder().feed(stream, whole);
     ASSERT_EQ(result.status, Status::ok) << result.offset << ": " << result.reason;
@@ -80,9 +81,9 @@ TEST(StreamDecoder, DecodesTheSameHoweverTheStreamIsCut) {
 }
 
 TEST(StreamDecoder, MayEndOnlyBetweenPackets) {
-    const wire::Bytes init = wire::initPacket();
-    const wire::Bytes stream =
-        wire::joined({init, wire::packet({wire::timed(5, {}), wire::timed(5, {})})});
+    const byhand::Bytes init = byhand::initPacket();
+    const byhand::Bytes stream =
+        byhand::joined({init, byhand::packet({byhand::timed(5, {}), byhand::timed(5, {})})});
     StreamDecoder decoder;
     Lines sink;
     EXPECT_EQ(decoder.feed({}, sink).status, Status::ok);
@@ -95,9 +96,9 @@ TEST(StreamDecoder, MayEndOnlyBetweenPackets) {
 }
 
 TEST(StreamDecoder, TakesAnInitPacketAtEveryPacketBoundary) {
-    const wire::Bytes stream =
-        wire::joined({wire::initPacket("n1"), wire::packet({wire::timed(5, {})}),
-                      wire::initPacket("n2"), wire::packet({wire::timed(5, {})})});
+    const byhand::Bytes stream =
+        byhand::joined({byhand::initPacket("n1"), byhand::packet({byhand::timed(5, {})}),
+                        byhand::initPacket("n2"), byhand::packet({byhand::timed(5, {})})});
     Lines sink;
     EXPECT_EQ(StreamDecoder().feed(stream, sink).status, Status::ok);
     EXPECT_EQ(sink.lines.size(), 8u);
@@ -111,7 +112,7 @@ TEST(StreamDecoder, TellsALargePacketFromAnInitPacket) {
 }
 
 TEST(StreamDecoder, ReadsTheStandaloneRecordsOtherOrderOfNames) {
-    const wire::Bytes stream =
+    const byhand::Bytes stream =
         hex("000007D0 64 03 01 0000000000000001 7F7F"
             "6B CC 01 02 03 0001 63 0001 73 0001 6E 00000050 7F7F");
     Lines sink;
@@ -121,6 +122,26 @@ TEST(StreamDecoder, ReadsTheStandaloneRecordsOtherOrderOfNames) {
                   "0 INIT version=2000 platform=3 format=1 wallMillis=1",
                   "17 STANDALONE_INIT kind=204 major=1 minor=2 micro=3 componentId=\"c\" "
                   "server=\"s\" node=\"n\" adminPort=80"}));
+}
+
+// The packet that the collector's encoder is held to.
+TEST(StreamDecoder, ReadsTheGoldenPacket) {
+    const std::string bytes =
+        wire::bytesOf(wire::goldenHex(VELORA_GOLDEN_DIR, "packet_request.hex"));
+    const auto* first = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    Lines sink;
+    EXPECT_EQ(StreamDecoder().feed(Bytes(first, bytes.size()), sink).status, Status::ok);
+    const std::string common =
+        " thread=16909060 depth=2 time=1970-01-01T00:00:05.000006Z cpu=9 level=2";
+    EXPECT_EQ(
+        sink.lines,
+        (std::vector<std::string>{
+            "0 HEADER recordCount=5",
+            "7 SERVLET_REQUEST_START" + common +
+                R"( named=1 name="r" application="a" url="u" user="n")",
+            "45 SQL_START" + common + R"( dataSource="ds" sql="q")", "77 SQL_END" + common,
+            "102 SERVLET_REQUEST_END" + common,
+            R"(127 CLASS_LOAD sequence=7 class="p/C" methodCount=2 methods=[33:m()V 34:n(I)J])"}));
 }
 
 struct GarbageCase {
@@ -133,9 +154,9 @@ struct GarbageCase {
 class Garbage : public testing::TestWithParam<GarbageCase> {};
 
 TEST_P(Garbage, IsReportedAtTheSamePlaceHoweverTheStreamIsCut) {
-    const wire::Bytes init = wire::initPacket();
-    const wire::Bytes sound = wire::packet({wire::timed(5, {})});
-    const wire::Bytes stream = wire::joined({init, hex(GetParam().hexAfterInit), sound});
+    const byhand::Bytes init = byhand::initPacket();
+    const byhand::Bytes sound = byhand::packet({byhand::timed(5, {})});
+    const byhand::Bytes stream = byhand::joined({init, hex(GetParam().hexAfterInit), sound});
     for (const std::size_t size : {stream.size(), std::size_t{1}, std::size_t{3}}) {
         Lines sink;
         StreamDecoder decoder;
@@ -174,9 +195,9 @@ INSTANTIATE_TEST_SUITE_P(
 // Damages every byte of a stream in turn. Whatever comes of it, the decoder neither reads where
 // nothing is (a sanitizer watches) nor answers differently when the same bytes come in pieces.
 TEST(StreamDecoder, AnswersTheSameToEveryDamagedByte) {
-    const wire::Bytes sound = wire::joined({wire::initPacket(), bigPacket()});
+    const byhand::Bytes sound = byhand::joined({byhand::initPacket(), bigPacket()});
     for (std::size_t at = 0; at < sound.size(); ++at) {
-        wire::Bytes damaged = sound;
+        byhand::Bytes damaged = sound;
         damaged[at] ^= 0x81;
         Offsets whole, cut;
         StreamDecoder decoder;
@@ -192,10 +213,10 @@ TEST(StreamDecoder, AnswersTheSameToEveryDamagedByte) {
 // every byte: that would take minutes and run into the test's time limit.
 TEST(StreamDecoder, DoesNotWalkOverABigClassAgainForEveryByte) {
     constexpr unsigned methods = 30000;
-    wire::Writer record;
+    byhand::Writer record;
     record.u8(1).u32(1).text("Big").u32(methods);
     for (unsigned i = 0; i < methods; ++i) record.u32(i).text("method").text("()V");
-    const wire::Bytes stream = wire::packet({record.trailer().done()});
+    const byhand::Bytes stream = byhand::packet({record.trailer().done()});
     StreamDecoder decoder;
     Lines sink;
     FeedResult result;

@@ -13,8 +13,8 @@
 #include "support/WireWriter.h"
 
 using namespace server;
-using wire::At;
-using wire::Writer;
+using byhand::At;
+using byhand::Writer;
 
 namespace {
 
@@ -28,8 +28,8 @@ public:
           services{*output, statistics, [] { return std::int64_t{1709294400123}; }},
           session(services, 1, "10.0.0.7:4711") {}
 
-    bool feed(const wire::Bytes& bytes) { return session.received(bytes); }
-    void play(const wire::Bytes& bytes) {
+    bool feed(const byhand::Bytes& bytes) { return session.received(bytes); }
+    void play(const byhand::Bytes& bytes) {
         EXPECT_TRUE(feed(bytes));
         session.closed("closed by the agent");
     }
@@ -41,44 +41,44 @@ public:
     AgentSession session;
 };
 
-wire::Bytes agentStream() {
-    const wire::Bytes contention = Writer()
-                                       .u32(77)
-                                       .text("com/shop/Cache")
-                                       .u8(4)
-                                       .text("report")
-                                       .text("statistics")
-                                       .u32(78)
-                                       .done();
-    const wire::Bytes classLoad = Writer()
-                                      .u8(1)
-                                      .u32(1)
-                                      .text("com/shop/Cache")
-                                      .u32(2)
-                                      .u32(77)
-                                      .text("get")
-                                      .text("()V")
-                                      .u32(78)
-                                      .text("fill")
-                                      .text("()V")
-                                      .trailer()
-                                      .done();
-    return wire::joined(
-        {wire::initPacket("n\xC3\xB6"
-                          "de",
-                          "tomcat"),
-         wire::packet({
+byhand::Bytes agentStream() {
+    const byhand::Bytes contention = Writer()
+                                         .u32(77)
+                                         .text("com/shop/Cache")
+                                         .u8(4)
+                                         .text("report")
+                                         .text("statistics")
+                                         .u32(78)
+                                         .done();
+    const byhand::Bytes classLoad = Writer()
+                                        .u8(1)
+                                        .u32(1)
+                                        .text("com/shop/Cache")
+                                        .u32(2)
+                                        .u32(77)
+                                        .text("get")
+                                        .text("()V")
+                                        .u32(78)
+                                        .text("fill")
+                                        .text("()V")
+                                        .trailer()
+                                        .done();
+    return byhand::joined(
+        {byhand::initPacket("n\xC3\xB6"
+                            "de",
+                            "tomcat"),
+         byhand::packet({
              classLoad,
-             wire::servletStart({7, 1, kNoon, 1000}, "checkout\x1b[2J", "shop", "/shop/\"x\"",
-                                "joe"),
-             wire::sqlStart({7, 1, kNoon + 100, 1500}, "jdbc/main",
-                            "select \xED\xA0\xBD\xED\xB8\x80"),
-             wire::timed(10, {7, 1, kNoon + 600, 2500}),
-             wire::timed(120, {7, 1, kNoon + 700, 2600}, contention),
-             wire::timed(121, {7, 1, kNoon + 120700, 2700}),
-             wire::timed(50, {7, 1, kNoon + 150000, 5000000}),
-             wire::timed(5, {9, 1, kNoon + 160000, 0}),
-             wire::dropped(7, {3, 2, 0, 0, 1, 0}),
+             byhand::servletStart({7, 1, kNoon, 1000}, "checkout\x1b[2J", "shop", "/shop/\"x\"",
+                                  "joe"),
+             byhand::sqlStart({7, 1, kNoon + 100, 1500}, "jdbc/main",
+                              "select \xED\xA0\xBD\xED\xB8\x80"),
+             byhand::timed(10, {7, 1, kNoon + 600, 2500}),
+             byhand::timed(120, {7, 1, kNoon + 700, 2600}, contention),
+             byhand::timed(121, {7, 1, kNoon + 120700, 2700}),
+             byhand::timed(50, {7, 1, kNoon + 150000, 5000000}),
+             byhand::timed(5, {9, 1, kNoon + 160000, 0}),
+             byhand::dropped(7, {3, 2, 0, 0, 1, 0}),
              Writer().u8(44).text("line\nbreak").trailer().done(),
              Writer().u8(13).u32(1).u32(10).u32(5).trailer().done(),
              Writer().u8(14).u32(1).u32(10).u32(2505).u64(~0ull).u64(64).u64(128).trailer().done(),
@@ -168,12 +168,13 @@ TEST(Table, RowsAndSentences) {
 TEST(Table, ColumnsLineUpWhateverTheTextsHold) {
     Session s(Format::table);
     const std::string longName(200, 'n');
-    s.play(wire::joined(
-        {wire::initPacket(),
-         wire::packet({wire::servletStart({1, 1, kNoon, 0}, longName, longName, longName, longName),
-                       wire::timed(5, {1, 1, kNoon, 0}),
-                       wire::servletStart({1, 1, kNoon, 0}, "\xC3\xB6", "", "", ""),
-                       wire::timed(5, {1, 1, kNoon, 0})})}));
+    s.play(byhand::joined(
+        {byhand::initPacket(),
+         byhand::packet(
+             {byhand::servletStart({1, 1, kNoon, 0}, longName, longName, longName, longName),
+              byhand::timed(5, {1, 1, kNoon, 0}),
+              byhand::servletStart({1, 1, kNoon, 0}, "\xC3\xB6", "", "", ""),
+              byhand::timed(5, {1, 1, kNoon, 0})})}));
     const std::vector<std::string> rows = s.lines.with("servlet");
     ASSERT_EQ(rows.size(), 2u);
     const std::string header = s.lines.with("OUTCOME")[0];
@@ -186,9 +187,9 @@ TEST(Session, ShowsTheSameHoweverTheStreamIsCut) {
     whole.play(agentStream());
     for (const std::size_t size : {1, 2, 7, 100}) {
         Session cut(Format::json);
-        const wire::Bytes stream = agentStream();
+        const byhand::Bytes stream = agentStream();
         for (std::size_t at = 0; at < stream.size(); at += size)
-            EXPECT_TRUE(cut.feed(wire::Bytes(
+            EXPECT_TRUE(cut.feed(byhand::Bytes(
                 stream.begin() + static_cast<std::ptrdiff_t>(at),
                 stream.begin() + static_cast<std::ptrdiff_t>(std::min(stream.size(), at + size)))));
         cut.session.closed("closed by the agent");
@@ -198,7 +199,7 @@ TEST(Session, ShowsTheSameHoweverTheStreamIsCut) {
 
 TEST(Session, ClosesAfterGarbageAndKeepsWhatCameBefore) {
     Session s(Format::json);
-    EXPECT_FALSE(s.feed(wire::joined({agentStream(), wire::hex("FF")})));
+    EXPECT_FALSE(s.feed(byhand::joined({agentStream(), byhand::hex("FF")})));
     s.session.closed("closed because of what it sent");
     EXPECT_EQ(s.lines.with(R"("type":"request")").size(), 2u);
     const std::vector<std::string> garbage = s.lines.with(R"("type":"garbage")");
@@ -212,17 +213,17 @@ TEST(Session, ClosesAfterGarbageAndKeepsWhatCameBefore) {
 
 TEST(Session, TellsOfAConnectionThatWasCutOff) {
     Session s(Format::json);
-    const wire::Bytes stream = agentStream();
-    s.play(wire::Bytes(stream.begin(), stream.end() - 1));
+    const byhand::Bytes stream = agentStream();
+    s.play(byhand::Bytes(stream.begin(), stream.end() - 1));
     EXPECT_NE(s.lines.text.find(R"("reason":"closed by the agent, in the middle of a packet")"),
               std::string::npos);
 }
 
 TEST(Session, KeepsOpenWorkWhenTheAgentAnnouncesItselfAgain) {
     Session s(Format::json);
-    s.play(wire::joined({wire::packet({wire::servletStart({1, 1, 0, 0}, "n", "a", "u")}),
-                         wire::initPacket(), wire::packet({wire::timed(5, {1, 1, 9, 0})}),
-                         wire::initPacket()}));
+    s.play(byhand::joined({byhand::packet({byhand::servletStart({1, 1, 0, 0}, "n", "a", "u")}),
+                           byhand::initPacket(), byhand::packet({byhand::timed(5, {1, 1, 9, 0})}),
+                           byhand::initPacket()}));
     EXPECT_EQ(s.lines.with(R"("event":"unidentified")").size(), 1u);
     EXPECT_EQ(s.lines.with(R"("event":"connected")").size(), 1u);
     EXPECT_EQ(s.lines.with(R"("event":"reannounced")").size(), 1u);
@@ -231,7 +232,7 @@ TEST(Session, KeepsOpenWorkWhenTheAgentAnnouncesItselfAgain) {
 
 TEST(Session, GivesUpUnfinishedWorkWhenTheConnectionEnds) {
     Session s(Format::json);
-    s.play(wire::packet({wire::servletStart({1, 1, 0, 0}, "n", "a", "/u")}));
+    s.play(byhand::packet({byhand::servletStart({1, 1, 0, 0}, "n", "a", "/u")}));
     const std::vector<std::string> lines = s.lines.with(R"("type":"request")");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NE(lines[0].find(R"("url":"/u")"), std::string::npos);
@@ -240,7 +241,7 @@ TEST(Session, GivesUpUnfinishedWorkWhenTheConnectionEnds) {
 
 struct LabelCase {
     const char* name;
-    wire::Bytes start, end;
+    byhand::Bytes start, end;
     const char* shown;
 };
 
@@ -248,13 +249,13 @@ class Labels : public testing::TestWithParam<LabelCase> {};
 
 TEST_P(Labels, SayWhatTheWorkIs) {
     Session s(Format::json);
-    s.play(wire::packet({GetParam().start, GetParam().end}));
+    s.play(byhand::packet({GetParam().start, GetParam().end}));
     const std::vector<std::string> lines = s.lines.with(R"("outcome":"ok")");
     ASSERT_EQ(lines.size(), 1u) << s.lines.text;
     EXPECT_NE(lines[0].find(GetParam().shown), std::string::npos) << lines[0];
 }
 
-wire::Bytes texts(std::initializer_list<const char*> all) {
+byhand::Bytes texts(std::initializer_list<const char*> all) {
     Writer fields;
     for (const char* text : all) fields.text(text);
     return fields.done();
@@ -264,47 +265,49 @@ INSTANTIATE_TEST_SUITE_P(
     Kinds, Labels,
     testing::Values(
         LabelCase{"namedByItsUrl",
-                  wire::timed(4, {}, Writer().u8(0).raw(texts({"", "", "/u", "joe"})).done()),
-                  wire::timed(5, {}), R"("name":"/u","application":"/u","url":"/u","user":"joe")"},
+                  byhand::timed(4, {}, Writer().u8(0).raw(texts({"", "", "/u", "joe"})).done()),
+                  byhand::timed(5, {}),
+                  R"("name":"/u","application":"/u","url":"/u","user":"joe")"},
         LabelCase{"webServiceNamesTheApplicationFirst",
-                  wire::timed(199, {}, texts({"app", "op", "/u"})), wire::timed(200, {}),
+                  byhand::timed(199, {}, texts({"app", "op", "/u"})), byhand::timed(200, {}),
                   R"("name":"op","application":"app","url":"/u")"},
-        LabelCase{"iiop", wire::timed(150, {}, Writer().text("Cls").u32(0).text("m").done()),
-                  wire::timed(151, {}), R"("kind":"iiopClient",)"},
-        LabelCase{"iiopName", wire::timed(150, {}, Writer().text("Cls").u32(0).text("m").done()),
-                  wire::timed(151, {}), R"("name":"Cls.m")"},
-        LabelCase{"token", wire::timed(51, {}, wire::hex("0004 00FF1234")), wire::timed(52, {}),
-                  R"("name":"00ff1234")"},
-        LabelCase{"jms", wire::timed(25, {}, texts({"srv", "queue", "sel"})), wire::timed(26, {}),
-                  R"("name":"queue","application":"","url":"srv")"},
-        LabelCase{"jmsSelector", wire::timed(25, {}, texts({"srv", "queue", "sel"})),
-                  wire::timed(26, {}), R"("selector":"sel")"},
-        LabelCase{"fault", wire::timed(203, {}, texts({"app", "Code", "text"})),
-                  wire::timed(204, {}), R"("name":"Code: text","application":"app")"},
-        LabelCase{"pageNameIsInTheEnd", wire::timed(140, {}), wire::timed(141, {}, texts({"page"})),
-                  R"("name":"page")"},
-        LabelCase{"methodWithoutAName", wire::methodStep(true, 1, 12, 0),
-                  wire::methodStep(false, 1, 12, 1), R"("name":"method 12")"},
+        LabelCase{"iiop", byhand::timed(150, {}, Writer().text("Cls").u32(0).text("m").done()),
+                  byhand::timed(151, {}), R"("kind":"iiopClient",)"},
+        LabelCase{"iiopName", byhand::timed(150, {}, Writer().text("Cls").u32(0).text("m").done()),
+                  byhand::timed(151, {}), R"("name":"Cls.m")"},
+        LabelCase{"token", byhand::timed(51, {}, byhand::hex("0004 00FF1234")),
+                  byhand::timed(52, {}), R"("name":"00ff1234")"},
+        LabelCase{"jms", byhand::timed(25, {}, texts({"srv", "queue", "sel"})),
+                  byhand::timed(26, {}), R"("name":"queue","application":"","url":"srv")"},
+        LabelCase{"jmsSelector", byhand::timed(25, {}, texts({"srv", "queue", "sel"})),
+                  byhand::timed(26, {}), R"("selector":"sel")"},
+        LabelCase{"fault", byhand::timed(203, {}, texts({"app", "Code", "text"})),
+                  byhand::timed(204, {}), R"("name":"Code: text","application":"app")"},
+        LabelCase{"pageNameIsInTheEnd", byhand::timed(140, {}),
+                  byhand::timed(141, {}, texts({"page"})), R"("name":"page")"},
+        LabelCase{"methodWithoutAName", byhand::methodStep(true, 1, 12, 0),
+                  byhand::methodStep(false, 1, 12, 1), R"("name":"method 12")"},
         LabelCase{"allocation",
-                  wire::timed(124, {}, Writer().u32(3).text("java/lang/String").u32(42).done()),
-                  wire::timed(125, {}), R"("methodId":3,"method":"","line":42)"}),
+                  byhand::timed(124, {}, Writer().u32(3).text("java/lang/String").u32(42).done()),
+                  byhand::timed(125, {}), R"("methodId":3,"method":"","line":42)"}),
     [](const auto& c) { return std::string(c.param.name); });
 
 TEST(Names, OfPortalStepsComeFromAnEarlierRecord) {
     Session s(Format::json);
-    s.play(wire::packet({wire::hex("92 FE 0005 6C6F67696E 7F7F"), wire::timed(130, {}, {0xFE}),
-                         wire::timed(131, {})}));
+    s.play(byhand::packet({byhand::hex("92 FE 0005 6C6F67696E 7F7F"),
+                           byhand::timed(130, {}, {0xFE}), byhand::timed(131, {})}));
     EXPECT_EQ(s.lines.with(R"("kind":"portalAuthentication")").size(), 1u);
     EXPECT_NE(s.lines.with(R"("type":"call")")[0].find(R"("name":"login")"), std::string::npos);
 }
 
 TEST(Names, OfMethodsAreForgottenWithTheirClass) {
-    const wire::Bytes load = wire::hex("01 00000001 0001 43 00000001 00000009 0001 6D 0000 7F7F");
-    const wire::Bytes unload = wire::hex("0C 00000001 00000000 00000001 00000009 7F7F");
+    const byhand::Bytes load =
+        byhand::hex("01 00000001 0001 43 00000001 00000009 0001 6D 0000 7F7F");
+    const byhand::Bytes unload = byhand::hex("0C 00000001 00000000 00000001 00000009 7F7F");
     Session s(Format::json);
-    s.play(
-        wire::packet({load, wire::methodStep(true, 1, 9, 0), wire::methodStep(false, 1, 9, 1),
-                      unload, wire::methodStep(true, 1, 9, 2), wire::methodStep(false, 1, 9, 3)}));
+    s.play(byhand::packet({load, byhand::methodStep(true, 1, 9, 0),
+                           byhand::methodStep(false, 1, 9, 1), unload,
+                           byhand::methodStep(true, 1, 9, 2), byhand::methodStep(false, 1, 9, 3)}));
     const std::vector<std::string> lines = s.lines.with(R"("type":"method")");
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_NE(lines[0].find(R"("name":"C.m")"), std::string::npos);

@@ -19,8 +19,8 @@
 #include "server/JsonReader.h"
 #include "support/WireWriter.h"
 
+using byhand::At;
 using server::JsonObject;
-using wire::At;
 
 namespace {
 
@@ -135,7 +135,7 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    void send(const wire::Bytes& bytes) const {
+    void send(const byhand::Bytes& bytes) const {
         ASSERT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
     }
@@ -159,12 +159,12 @@ private:
     int fd_;
 };
 
-wire::Bytes start(unsigned thread, const std::string& url) {
-    return wire::packet({wire::servletStart({thread, 1, 1000, 0}, url, "app", url)});
+byhand::Bytes start(unsigned thread, const std::string& url) {
+    return byhand::packet({byhand::servletStart({thread, 1, 1000, 0}, url, "app", url)});
 }
 
-wire::Bytes end(unsigned thread) {
-    return wire::packet({wire::timed(5, {thread, 1, 3000, 0})});
+byhand::Bytes end(unsigned thread) {
+    return byhand::packet({byhand::timed(5, {thread, 1, 3000, 0})});
 }
 
 class PublishServer : public testing::Test {
@@ -188,7 +188,7 @@ TEST_F(PublishServer, TakesManyAgentsAtOnceAndStopsOnSigterm) {
     std::vector<std::unique_ptr<Client>> agents;
     for (int i = 0; i < 20; ++i) {
         agents.push_back(std::make_unique<Client>(port));
-        agents.back()->send(wire::initPacket("node" + std::to_string(i)));
+        agents.back()->send(byhand::initPacket("node" + std::to_string(i)));
         agents.back()->send(start(7, "/" + std::to_string(i)));
     }
     // Every agent uses the same thread number; none gets another's request.
@@ -215,8 +215,8 @@ TEST_F(PublishServer, TakesManyAgentsAtOnceAndStopsOnSigterm) {
 TEST_F(PublishServer, TakesWhatHasArrivedBeforeItStops) {
     Program program(arguments(), output);
     Client agent(program.awaitPort());
-    agent.send(wire::initPacket());
-    wire::Writer many;
+    agent.send(byhand::initPacket());
+    byhand::Writer many;
     for (int i = 0; i < 5000; ++i) many.raw(start(1, "/u")).raw(end(1));
     agent.send(many.done());
     agent.send(start(2, "/open"));
@@ -233,12 +233,12 @@ TEST_F(PublishServer, ClosesOnlyTheConnectionThatSendsGarbage) {
     Program program(arguments(), output);
     const int port = program.awaitPort();
     Client sound(port), rude(port), late(port);
-    sound.send(wire::initPacket());
+    sound.send(byhand::initPacket());
     sound.send(start(1, "/sound"));
-    rude.send(wire::initPacket("rude"));
-    rude.send(wire::hex("00 00000001 7F7F EE"));
+    rude.send(byhand::initPacket("rude"));
+    rude.send(byhand::hex("00 00000001 7F7F EE"));
     rude.awaitClose();
-    late.send(wire::hex("16 03 01"));
+    late.send(byhand::hex("16 03 01"));
     late.awaitClose();
     sound.send(end(1));
     sound.finish();
@@ -248,7 +248,7 @@ TEST_F(PublishServer, ClosesOnlyTheConnectionThatSendsGarbage) {
     ASSERT_EQ(garbage.size(), 2u);
     EXPECT_EQ(garbage[0]["node"], "rude");
     EXPECT_EQ(garbage[0]["reason"], "the unknown record type 0xEE");
-    EXPECT_EQ(garbage[0]["offset"], std::to_string(wire::initPacket("rude").size() + 7));
+    EXPECT_EQ(garbage[0]["offset"], std::to_string(byhand::initPacket("rude").size() + 7));
     EXPECT_EQ(garbage[1]["reason"], "a packet that begins with 0x16");
     ASSERT_EQ(program.objects("request").size(), 1u);
     EXPECT_EQ(program.objects("request")[0]["outcome"], "ok");
@@ -259,10 +259,10 @@ TEST_F(PublishServer, SurvivesConnectionsThatAreReset) {
     const int port = program.awaitPort();
     for (int i = 0; i < 50; ++i) {
         Client agent(port);
-        agent.send(wire::hex("00 0000"));
+        agent.send(byhand::hex("00 0000"));
     }
     Client agent(port);
-    agent.send(wire::initPacket());
+    agent.send(byhand::initPacket());
     agent.finish();
     program.signal(SIGTERM);
     EXPECT_EQ(program.awaitEnd(), 0);
@@ -271,12 +271,12 @@ TEST_F(PublishServer, SurvivesConnectionsThatAreReset) {
 
 TEST_F(PublishServer, RecordsStreamsThatCanBeDumped) {
     const fs::path record = folder.path / "stream";
-    const wire::Bytes first = wire::joined({wire::initPacket("a"), start(1, "/x"), end(1)});
-    const wire::Bytes second = wire::joined({wire::initPacket("b"), wire::hex("EE")});
+    const byhand::Bytes first = byhand::joined({byhand::initPacket("a"), start(1, "/x"), end(1)});
+    const byhand::Bytes second = byhand::joined({byhand::initPacket("b"), byhand::hex("EE")});
     {
         Program program(arguments({"--record", record.string()}), output);
         const int port = program.awaitPort();
-        for (const wire::Bytes& stream : {first, second}) {
+        for (const byhand::Bytes& stream : {first, second}) {
             Client agent(port);
             agent.send(stream);
             agent.finish();
@@ -284,7 +284,7 @@ TEST_F(PublishServer, RecordsStreamsThatCanBeDumped) {
         program.signal(SIGTERM);
         EXPECT_EQ(program.awaitEnd(), 0);
     }
-    const auto bytes = [](const wire::Bytes& stream) {
+    const auto bytes = [](const byhand::Bytes& stream) {
         return std::string(stream.begin(), stream.end());
     };
     EXPECT_EQ(contentOf(record), bytes(first));
@@ -299,7 +299,7 @@ TEST_F(PublishServer, RecordsStreamsThatCanBeDumped) {
     Program damaged({"--dump", record.string() + ".2"}, output);
     EXPECT_EQ(damaged.awaitEnd(), 1);
     EXPECT_EQ(damaged.said(), "velora-ps: garbage at byte " +
-                                  std::to_string(wire::initPacket("b").size()) +
+                                  std::to_string(byhand::initPacket("b").size()) +
                                   ": a packet that begins with 0xEE\n");
 
     fs::resize_file(record, first.size() - 1);
@@ -323,7 +323,7 @@ TEST_F(PublishServer, SaysWhyItCannotListen) {
 TEST_F(PublishServer, EndsWithAnErrorWhenItsOutputCannotBeWritten) {
     Program program(arguments(), "/dev/full");
     Client agent(program.awaitPort());
-    agent.send(wire::initPacket());
+    agent.send(byhand::initPacket());
     EXPECT_EQ(program.awaitEnd(), 1);
     EXPECT_EQ(program.said(), "velora-ps: cannot write the output: No space left on device\n");
 }

@@ -65,7 +65,7 @@ public:
 
 private:
     void step(const std::string& word) {
-        wire::At at;
+        byhand::At at;
         at.micros = now;
         const std::size_t thread = word.find('@');
         if (thread != std::string::npos)
@@ -73,48 +73,49 @@ private:
         const auto number = [&] { return static_cast<unsigned>(std::stoul(word.substr(1))); };
         if (word[0] == 'D') return dropped(word.substr(0, thread), at.thread);
         if (word[0] == 'G') {
-            wire::Writer gc;
+            byhand::Writer gc;
             gc.u8(word[1] == 's' ? 13 : 14).u32(at.thread).u32(0).u32(static_cast<unsigned>(now));
             if (word[1] == 'e') gc.u64(0).u64(0).u64(0);
             return take(gc.trailer().done());
         }
         if (word[0] == 'M' || word[0] == 'm')
-            return take(wire::methodStep(word[0] == 'M', at.thread, number(), now));
+            return take(byhand::methodStep(word[0] == 'M', at.thread, number(), now));
         at.depth = number() & 255;
-        const wire::Bytes names = wire::Writer().u8(0).text("").text("").text("u").done();
-        const wire::Bytes portalNames = wire::hex("0000 0000 0000 0000");
-        const wire::Bytes methodAndClass = wire::Writer().u32(1).text("C").done();
+        const byhand::Bytes names = byhand::Writer().u8(0).text("").text("").text("u").done();
+        const byhand::Bytes portalNames = byhand::hex("0000 0000 0000 0000");
+        const byhand::Bytes methodAndClass = byhand::Writer().u32(1).text("C").done();
         switch (word[0]) {
             case 'S':
-                return take(wire::servletStart(at, "n", "a", "u"));
+                return take(byhand::servletStart(at, "n", "a", "u"));
             case 's':
-                return take(wire::timed(5, at));
+                return take(byhand::timed(5, at));
             case 'X':
-                return take(wire::timed(50, at));
+                return take(byhand::timed(50, at));
             case 'E':
-                return take(wire::timed(6, at, names));
+                return take(byhand::timed(6, at, names));
             case 'e':
-                return take(wire::timed(7, at));
+                return take(byhand::timed(7, at));
             case 'I':
-                return take(wire::timed(152, at, wire::hex("0000 00000000 0000")));
+                return take(byhand::timed(152, at, byhand::hex("0000 00000000 0000")));
             case 'i':
-                return take(wire::timed(153, at));
+                return take(byhand::timed(153, at));
             case 'P':
-                return take(wire::timed(65, at, portalNames));
+                return take(byhand::timed(65, at, portalNames));
             case 'p':
-                return take(wire::timed(66, at));
+                return take(byhand::timed(66, at));
             case 'Q':
-                return take(wire::sqlStart(at, "d", "select"));
+                return take(byhand::sqlStart(at, "d", "select"));
             case 'q':
-                return take(wire::timed(10, at));
+                return take(byhand::timed(10, at));
             case 'H':
-                return take(wire::timed(124, at, wire::Writer().raw(methodAndClass).u32(1).done()));
+                return take(
+                    byhand::timed(124, at, byhand::Writer().raw(methodAndClass).u32(1).done()));
             case 'h':
-                return take(wire::timed(125, at));
+                return take(byhand::timed(125, at));
             case 'L':
-                return take(wire::timed(118, at, methodAndClass));
+                return take(byhand::timed(118, at, methodAndClass));
             case 'l':
-                return take(wire::timed(119, at));
+                return take(byhand::timed(119, at));
             default:
                 FAIL() << word;
         }
@@ -128,12 +129,12 @@ private:
             for (int i = 0; std::getline(list, count, ',') && i < 6; ++i)
                 counts[i] = std::stoi(count);
         }
-        take(wire::dropped(thread,
-                           {counts[0], counts[1], counts[2], counts[3], counts[4], counts[5]}));
+        take(byhand::dropped(thread,
+                             {counts[0], counts[1], counts[2], counts[3], counts[4], counts[5]}));
     }
 
     // The record's bytes are gone when this returns, as a receiver's are.
-    void take(const wire::Bytes& bytes) {
+    void take(const byhand::Bytes& bytes) {
         dc2ps::Record record;
         ASSERT_EQ(decoder_.decode(bytes, record), dc2ps::Decoded::ok);
         std::visit(
@@ -283,17 +284,18 @@ TEST(SpanJoiner, TellsLevelParentAndRequest) {
     } check;
     SpanJoiner joiner(check);
     dc2ps::RecordDecoder decoder;
-    const auto take = [&](const wire::Bytes& bytes) {
+    const auto take = [&](const byhand::Bytes& bytes) {
         dc2ps::Record record;
         ASSERT_EQ(decoder.decode(bytes, record), dc2ps::Decoded::ok);
         joiner.timed(record, *dc2ps::asTimed(record));
     };
-    take(wire::servletStart({1, 1, 1000000, 50}, "outer request with a name of its own", "a", "u"));
-    take(wire::servletStart({1, 2, 1000100, 60}, "inner", "a", "u"));
-    take(wire::sqlStart({1, 2, 1000200, 70}, "d", "s"));
-    take(wire::timed(10, {1, 2, 1000500, 95}));
-    take(wire::timed(5, {1, 2, 1000600, 100}));
-    take(wire::timed(5, {1, 1, 999000, 40}));  // the clock was set back
+    take(byhand::servletStart({1, 1, 1000000, 50}, "outer request with a name of its own", "a",
+                              "u"));
+    take(byhand::servletStart({1, 2, 1000100, 60}, "inner", "a", "u"));
+    take(byhand::sqlStart({1, 2, 1000200, 70}, "d", "s"));
+    take(byhand::timed(10, {1, 2, 1000500, 95}));
+    take(byhand::timed(5, {1, 2, 1000600, 100}));
+    take(byhand::timed(5, {1, 1, 999000, 40}));  // the clock was set back
     EXPECT_EQ(check.seen,
               "3 in 2 level 2 for inner wall 300 cpu 25\n"
               "2 in 1 level 1 for outer request with a name of its own wall 500 cpu 40\n"
