@@ -418,7 +418,7 @@ struct Ctg {
     template <class R, class F>
     static void fields(R& r, F&& f) {
         f("gateway", r.gateway);
-        f("server", r.server);
+        f("ctgServer", r.server);
         f("program", r.program);
         f("snapshotTime", r.snapshotTime);
         f("count", r.count);

@@ -58,11 +58,12 @@ std::string Receiver::listen(const std::string& host, std::uint16_t port) {
 
 void Receiver::accept() {
     acceptor_.async_accept([this](const asio::error_code& error, tcp::socket socket) {
-        if (stopped_) return;
+        if (error == asio::error::operation_aborted) return;
         if (!error) {
             accepted(std::move(socket));
-            return accept();
+            return stopped_ ? finishAll() : accept();  // it may have been taken just before the end
         }
+        if (stopped_) return;
         // The connection that could not be taken is still in the queue, so trying again at once
         // would spin.
         acceptPause_.expires_after(kAcceptPause);
@@ -134,9 +135,24 @@ void Receiver::close(Connection& connection, const std::string& reason) {
 void Receiver::stop() {
     if (stopped_) return;
     stopped_ = true;
+    takeBacklog();
     asio::error_code ignored;
     acceptor_.close(ignored);
     acceptPause_.cancel();
+    finishAll();
+}
+
+// Agents that have connected, and may have sent, but whose turn had not come.
+void Receiver::takeBacklog() {
+    asio::error_code error;
+    acceptor_.non_blocking(true, error);
+    while (!error) {
+        tcp::socket socket = acceptor_.accept(error);
+        if (!error) accepted(std::move(socket));
+    }
+}
+
+void Receiver::finishAll() {
     while (!connections_.empty()) {
         const ConnectionPtr connection = connections_.front();
         if (readTurn(*connection, kReadsWhenStopping) != Turn::ended)

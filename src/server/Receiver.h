@@ -48,6 +48,8 @@ private:
     void awaitBytes(const ConnectionPtr& connection);
     Turn readTurn(Connection& connection, int reads);
     void close(Connection& connection, const std::string& reason);
+    void takeBacklog();
+    void finishAll();
 
     asio::io_context& io_;
     MakeHandler makeHandler_;

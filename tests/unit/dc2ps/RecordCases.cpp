@@ -135,7 +135,7 @@ const std::vector<RecordCase>& recordCases() {
         {"sampling", "27 00000001 00000002 FFFFFFFF 00000004 01 7F7F",
          R"(SAMPLING_RATE rate0=1 rate1=2 rate2=-1 rate3=4 useDefault=1)"},
         {"ctg", "28 0001 61 0002 6263 0001 64 0000000000000005 00000006 0000000000000007 7F7F",
-         R"(CTG_REQUEST gateway="a" server="bc" program="d" snapshotTime=5 count=6 averageTime=7)"},
+         R"(CTG_REQUEST gateway="a" ctgServer="bc" program="d" snapshotTime=5 count=6 averageTime=7)"},
         {"mqi",
          "29 0001 61 0002 6263 0000000000000005 00000002 FF 00000006 0000000000000007 01 00000008 "
          "0000000000000009 7F7F",

@@ -338,6 +338,15 @@ TEST(SpanJoiner, BoundsTheTextItKeeps) {
     EXPECT_EQ(play.story.text, "servlet 0-? tooMany, servlet 1-2");
 }
 
+// The thread whose record makes the limit overflow may be the only one there is.
+TEST(SpanJoiner, GivesUpTheWorkOfTheThreadThatOverflowsItself) {
+    JoinLimits limits;
+    limits.maxTextBytes = 4;
+    Play play(limits);
+    play.steps("S1 S2 s2 S2 s2");
+    EXPECT_EQ(play.story.text, "servlet 0-? tooMany, servlet 1-2, servlet 3-4");
+}
+
 TEST(SpanJoiner, ForgetsIdleThreadsBeforeBusyOnes) {
     JoinLimits limits;
     limits.maxThreads = 4;
