@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <exception>
+#include <string>
 
 #include "event/CommonEvent.h"
 #include "event/ControlEvents.h"
@@ -29,6 +30,25 @@ constexpr int kPsDownQueueLimit = 1000;  // to so many events
 constexpr int kPsDownLoggedPasses = 5;
 // Events taken from a queue under one lock. Small, because the queue's thread waits meanwhile.
 constexpr long kBatch = 64;
+
+// The first element of a list that only the caller knows; null when it is empty.
+Event* first(VelList<Event*>& list) {
+    return VelListIter<Event*>(&list).next();
+}
+
+// Puts what is left of a batch back to the front of its queue, also when memory runs out on the
+// way: it must never end up with another thread's events.
+class PutBack {
+public:
+    PutBack(VelList<Event*>* queue, VelList<Event*>* batch) : queue_(queue), batch_(batch) {}
+    ~PutBack() { queue_->prependAll(batch_); }
+    PutBack(const PutBack&) = delete;
+    PutBack& operator=(const PutBack&) = delete;
+
+private:
+    VelList<Event*>* queue_;
+    VelList<Event*>* batch_;
+};
 
 }  // namespace
 
@@ -207,6 +227,7 @@ int EventAgent::sendInitRecords() {
     if (!line.ready) return RC_FAIL;
     // Cleared first: a connection that breaks while we are at it sets it again.
     const bool asked = resendInitRecord_.exchange(false);
+    CommonEvent::resetMethodIDMap();  // a new server knows no names
     char* cursor = buffer_.get();
     ProtocolVisitor::addInitRecord(&cursor);
     ProtocolVisitor::addJ2EEInitRecord(&cursor, env_);
@@ -252,6 +273,7 @@ int EventAgent::prepare2send() {
     char* cursor = buffer_.get() + ProtocolVisitor::kPacketHeaderBytes;
     packetRecords_ = 0;
     packetEvents_ = 0;
+    ended_.clear();
     takeSnapshot();
     for (ThreadData* const thread : pass_) {
         // Whoever is not reached keeps everything, the drop count included, for the next packet.
@@ -269,7 +291,6 @@ int EventAgent::prepare2send() {
         if (ended && queue->size() == 0) ended_.push_back(thread);
     }
     for (ThreadData* const thread : ended_) remove(thread);
-    ended_.clear();
     VEL_DEBUG_MIN("prepare2send", "OverAll Events sent/dropped %d", packetEvents_);
     if (packetRecords_ == 0) return 0;
     char* start = buffer_.get();
@@ -289,7 +310,11 @@ void EventAgent::shedOverflow(ThreadData* thread, char** buff) {
     int dropped = 0;
     if (thread->getEvtQueue()->size() > queueLimit_)
         dropped = dropRecordsFromQueue(thread, true, buff);
-    const char* const name = thread->getThreadName();
+    else if (thread->droppedEventCounter_.load(std::memory_order_relaxed) == 0)
+        return;
+    const std::string id = std::to_string(thread->getThreadIntId());  // most threads have no name
+    const char* const name =
+        thread->getThreadName() != nullptr ? thread->getThreadName() : id.c_str();
     const int refused = thread->droppedEventCounter_.exchange(0, std::memory_order_relaxed);
     if (dropped > 0)
         logMessage(msg::kEventsDropped, dropped + refused, name, queueLimit_);
@@ -299,29 +324,25 @@ void EventAgent::shedOverflow(ThreadData* thread, char** buff) {
 
 void EventAgent::drain(ThreadData* thread, char** buff) {
     VelList<Event*>* const queue = thread->getEvtQueue();
+    const PutBack rest(queue, &batch_);
     while (!isFull(*buff) && !EvtAgentMgr::isDiscarding() &&
            queue->moveFirst(kBatch, &batch_) > 0) {
-        while (Event* const event = batch_.pop()) {
-            if (!isFull(*buff) && takeEvent(thread, event, buff)) continue;
-            keepList_->append(event);
-            batch_.prependAll(keepList_.get());
-            queue->prependAll(&batch_);
-            return;
+        while (Event* const event = first(batch_)) {
+            if (isFull(*buff)) return;
+            // A marker says what was refused up to the moment that it is told.
+            if (event->getType() == DROPPED)
+                thread->takeRefusedCounts(static_cast<DroppedEvent*>(event));
+            const auto room = static_cast<std::size_t>(buffer_.get() + packetBytes() - *buff);
+            const bool fits = event->fits(room);
+            if (!fits && event->fits(largestRecord())) return;  // it waits for the next packet
+            batch_.pop();
+            takeEvent(thread, event, fits, buff);
         }
     }
 }
 
-// Encodes, credits and deletes one event. False, and nothing done, when it has to wait for the next
-// packet.
-bool EventAgent::takeEvent(ThreadData* thread, Event* event, char** buff) {
-    // A marker says what was refused up to the moment that it is told.
-    if (event->getType() == DROPPED) thread->takeRefusedCounts(static_cast<DroppedEvent*>(event));
-    const auto room = static_cast<std::size_t>(buffer_.get() + packetBytes() - *buff);
-    const bool fits = event->fits(room);
-    if (!fits &&
-        event->fits(static_cast<std::size_t>(packetBytes()) - ProtocolVisitor::kPacketHeaderBytes))
-        return false;
-
+// Encodes, credits and deletes one event.
+void EventAgent::takeEvent(ThreadData* thread, Event* event, bool fits, char** buff) {
     const std::unique_ptr<Event> taken(event);
     const long events = LossBook::eventsIn(event);
     if (!fits) {
@@ -334,7 +355,6 @@ bool EventAgent::takeEvent(ThreadData* thread, Event* event, char** buff) {
         LossBook::add(Loss::notEncodable, events);
     }
     credit(thread, event);
-    return true;
 }
 
 bool EventAgent::addEventToBuffer(Event* event, char** buff) {
@@ -364,25 +384,37 @@ int EventAgent::dropRecordsFromQueue(ThreadData* thread, bool addDropRec, char**
         return 0;
     }
     resetDropRecordCounters();
-    const long excess = queue->size() - (addDropRec ? queueLimit_ : queueLimitOnPSDown_);
+    long excess = queue->size() - (addDropRec ? queueLimit_ : queueLimitOnPSDown_);
     int dropped = 0;
-    for (long i = 0; i < excess; ++i) {
-        Event* const event = queue->pop();
-        if (event == nullptr) break;
+    {
+        const PutBack kept(queue, keepList_.get());
+        const PutBack rest(queue, &batch_);
+        for (long taken = 1; excess > 0 && taken > 0; excess -= taken) {
+            taken = queue->moveFirst(std::min(excess, kBatch), &batch_);
+            dropped += dropFromBatch(thread, addDropRec);
+        }
+    }
+    if (!addDropRec)
+        LossBook::add(Loss::serverAway, dropped);
+    else if (buff != nullptr)
+        tellRefused(thread, buff);
+    return dropped;
+}
+
+// Leaves the batch empty: what may be dropped is deleted, the rest waits in keepList_.
+int EventAgent::dropFromBatch(ThreadData* thread, bool addDropRec) {
+    int dropped = 0;
+    while (Event* const event = first(batch_)) {
         if (!event->isDroppable()) {
-            keepList_->append(event);
+            batch_.moveFirst(1, keepList_.get());
             continue;
         }
+        batch_.pop();
         if (addDropRec) updateDropRecordCounters(event);
         credit(thread, event);
         delete event;
         ++dropped;
     }
-    queue->prependAll(keepList_.get());
-    if (!addDropRec)
-        LossBook::add(Loss::serverAway, dropped);
-    else if (buff != nullptr)
-        tellRefused(thread, buff);
     return dropped;
 }
 

@@ -66,7 +66,7 @@ public:
 
 private:
     friend class EvtAgentMgr;
-    friend class EventAgentProbe;  // tests of the single steps
+    friend class EventAgentAccess;  // the benchmark of one pass
 
     void setUp(JNIEnv* env);
     void tearDown();
@@ -78,8 +78,10 @@ private:
 
     bool isFull(const char* cursor) const { return cursor - buffer_.get() > packetBytes() - 512; }
     long packetBytes() const { return eventPacketSize_ * 1024; }
+    std::size_t largestRecord() const { return static_cast<std::size_t>(packetBytes()) - 7; }
     void drain(ThreadData* thread, char** buff);
-    bool takeEvent(ThreadData* thread, Event* event, char** buff);
+    void takeEvent(ThreadData* thread, Event* event, bool fits, char** buff);
+    int dropFromBatch(ThreadData* thread, bool addDropRec);
     void shedOverflow(ThreadData* thread, char** buff);
     void tellRefused(ThreadData* thread, char** buff);
     void credit(ThreadData* thread, const Event* event);

@@ -86,8 +86,6 @@ private:
     void noteError(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     const char* hostForLog() const { return hostName_ ? hostName_.get() : ""; }
 
-    friend class NetworkAgentProbe;  // tests of the single steps
-
     VelList<NetworkAgentData*> dataQueue_;
     VelLock queueFullLock_;             // only the loop's timed wait; notified by wake()
     int socketFd_ = -1;                 // keeps its number after a close

@@ -30,10 +30,10 @@ public:
     void onWait();                          // called in every wait
 
     void waitParked(const std::string& name);
-    void step(const std::string& name);  // lets it go on to its next wait, or its end
+    void step(const std::string& name);     // lets it go on to its next wait, or its end
     void release(const std::string& name);  // it is not held any more
-    void open();                         // nobody is held any more
-    void close();                        // whoever waits from now on is held again
+    void open();                            // nobody is held any more
+    void close();                           // whoever waits from now on is held again
 
 private:
     struct Seat {
