@@ -62,7 +62,7 @@ AgentOptions parseAgentOptions(const char* text) {
     return options;
 }
 
-std::string javaAgentArguments(const std::vector<std::string>& arguments) {
+std::optional<std::string> javaAgentArguments(const std::vector<std::string>& arguments) {
     constexpr std::string_view kFlag = "-javaagent:";
     for (const std::string& argument : arguments) {
         if (argument.rfind(kFlag, 0) != 0) continue;
@@ -74,7 +74,7 @@ std::string javaAgentArguments(const std::vector<std::string>& arguments) {
             return equals == std::string::npos ? std::string() : argument.substr(equals + 1);
         }
     }
-    return {};
+    return std::nullopt;
 }
 
 }  // namespace launch

@@ -2,6 +2,7 @@
 // -agentpath:<home>/lib/libvelora_agent.so=key=value,key=value
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,8 +26,9 @@ struct AgentOptions {
 // is empty.
 AgentOptions parseAgentOptions(const char* text);
 
-// The text behind "-javaagent:<any path>/velora.jar=" in a process's arguments; empty when there is
-// none. That is where an operator's options stand when the Java side has loaded this library.
-std::string javaAgentArguments(const std::vector<std::string>& arguments);
+// The text behind "-javaagent:<any path>/velora.jar" and its '=' in a process's arguments; nothing
+// when there is no such argument. When the Java side has loaded this library, that is where the
+// operator's options stand.
+std::optional<std::string> javaAgentArguments(const std::vector<std::string>& arguments);
 
 }  // namespace launch

@@ -18,7 +18,7 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -101,6 +101,11 @@ std::vector<std::string> processArguments() {
     std::ifstream file("/proc/self/cmdline", std::ios::binary);
     std::vector<std::string> arguments;
     for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
+    // The VM takes flags from these as well.
+    for (const char* variable : {"JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"}) {
+        std::istringstream words(environmentVariable(variable));
+        for (std::string word; words >> word;) arguments.push_back(word);
+    }
     return arguments;
 }
 
@@ -176,6 +181,8 @@ void startWithJavaSide(JavaVM* vm, const char* options, Moment moment) {
     const Started started = start(vm, options);
     if (!started.ok) return;
     adapter::agentIsUp();
+    // With both flags given the VM starts the Java side itself, and once is enough.
+    if (moment == Moment::kVmStart && javaAgentArguments(processArguments())) return;
     const std::string trouble = startJavaSide(
         vm, moment, started.javaHome, started.who.home + "/lib/velora.jar", started.forJava);
     if (!trouble.empty()) {
@@ -186,7 +193,7 @@ void startWithJavaSide(JavaVM* vm, const char* options, Moment moment) {
 // The Java side runs already and has loaded this library.
 void startForJavaSide(JavaVM* vm) {
     if (!isFirst()) return;
-    const std::string options = javaAgentArguments(processArguments());
+    const std::string options = javaAgentArguments(processArguments()).value_or("");
     if (start(vm, options.c_str()).ok) adapter::agentIsUp();
 }
 

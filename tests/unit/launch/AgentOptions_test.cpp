@@ -46,10 +46,11 @@ TEST(JavaAgentArguments, AreFoundBehindOurJarOnly) {
                                   "-javaagent:/opt/velora/lib/velora.jar=node=n,ps=h:1", "Main"}),
               "node=n,ps=h:1");
     EXPECT_EQ(javaAgentArguments({"java", "-javaagent:velora.jar=a=b"}), "a=b");
-    EXPECT_EQ(javaAgentArguments({"java", "-javaagent:/opt/velora.jar", "x"}), "");
-    EXPECT_EQ(javaAgentArguments({"java", "-javaagent:/opt/notvelora.jar=a"}), "");
-    EXPECT_EQ(javaAgentArguments({"java", "-jar", "/opt/velora.jar=a"}), "");
-    EXPECT_EQ(javaAgentArguments({}), "");
+    EXPECT_EQ(javaAgentArguments({"java", "-javaagent:/opt/velora.jar", "x"}),
+              "");  // there, without options
+    EXPECT_EQ(javaAgentArguments({"java", "-javaagent:/opt/notvelora.jar=a"}), std::nullopt);
+    EXPECT_EQ(javaAgentArguments({"java", "-jar", "/opt/velora.jar=a"}), std::nullopt);
+    EXPECT_EQ(javaAgentArguments({}), std::nullopt);
 }
 
 }  // namespace

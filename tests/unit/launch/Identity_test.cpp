@@ -19,7 +19,9 @@ struct NameCase {
     const char* command;
     const char* expected;
 };
-std::ostream& operator<<(std::ostream& out, const NameCase& test) { return out << test.expected; }
+std::ostream& operator<<(std::ostream& out, const NameCase& test) {
+    return out << test.expected;
+}
 
 class ServerNameTest : public testing::TestWithParam<NameCase> {};
 
