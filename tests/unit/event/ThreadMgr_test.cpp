@@ -286,14 +286,14 @@ TEST_F(ThreadMgrTest, ARecordStaysWhileAnotherThreadLooksAtIt) {
 
 TEST_F(ThreadMgrTest, StoppingTakesEveryRecordEndedOnesToo) {
     startAll();
+    const long before = LossBook::total();
     ThreadData* const ended = mgr.getThreadData(jni.newEnv());
     ended->appendEvent(new GCEvent(START));
     ended->resetOnThreadEnd();
     mgr.getThreadData(env)->appendEvent(new GCEvent(START));
-    const long before = LossBook::of(Loss::probeStopped);
-    agent.reset();
+    agent.reset();  // its last pass may have discarded the ended thread's event for want of a server
     mgr.stop();
-    EXPECT_EQ(LossBook::of(Loss::probeStopped), before + 2);
+    EXPECT_EQ(LossBook::total(), before + 2);
     EXPECT_EQ(qlog.messages(1073).size(), 1U);
     EXPECT_EQ(mgr.getThreadDataIfPresent(env), nullptr);
     EXPECT_EQ(mgr.getThreadData(env), nullptr);
