@@ -4,8 +4,10 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "foundation/Log.h"
 
@@ -57,40 +59,55 @@ void append(Words& to, const Words& more) {
 }
 
 // "@file" replaced by the file's words; an unreadable file would have stopped the launcher, so it
-// is no argument file.
+// is no argument file. What a pipe held is gone, and opening it again could wait for ever.
 Words expandArgumentFile(const std::string& word) {
-    std::ifstream file(word.substr(1));
+    const std::string path = word.substr(1);
+    std::error_code unreadable;
+    const std::filesystem::file_status status = std::filesystem::status(path, unreadable);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) return {};
+    std::ifstream file(path);
     if (!file) return {word};
     const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     return splitOptions(text, true);
 }
 
-// The launcher's words up to the main class, jar or module.
-Words untilProgram(const Words& words) {
-    Words options;
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::string& word = words[i];
-        if (word.empty() || word[0] != '-' || isOneOf(word, kNamesProgram)) break;
-        options.push_back(word);
-        if (isOneOf(word, kTakesWord) && i + 1 < words.size()) options.push_back(words[++i]);
-    }
-    return options;
-}
-
-Words launcherOptions(const Words& commandLine) {
-    Words expanded;
-    bool files = true;
-    for (std::size_t i = 1; i < commandLine.size(); ++i) {
-        const std::string& word = commandLine[i];
-        if (word == "--disable-@files") files = false;
-        if (files && word.size() > 1 && word[0] == '@' && word[1] != '@') {
-            append(expanded, expandArgumentFile(word));
-        } else {
-            expanded.push_back(word);
+// The launcher's words up to the main class, jar or module. What stands behind is the application's
+// and is not looked at: an @file there is a file of its own, and may be anything.
+class LauncherOptions {
+public:
+    explicit LauncherOptions(const Words& commandLine) {
+        for (std::size_t i = 1; i < commandLine.size() && !programSeen_; ++i) {
+            const std::string& word = commandLine[i];
+            if (files_ && word.size() > 1 && word[0] == '@' && word[1] != '@') {
+                for (const std::string& fromFile : expandArgumentFile(word)) take(fromFile);
+            } else {
+                take(word);
+            }
         }
     }
-    return untilProgram(expanded);
-}
+
+    const Words& words() const { return words_; }
+
+private:
+    void take(const std::string& word) {
+        if (programSeen_) return;
+        if (isValue_) {
+            isValue_ = false;
+        } else if (word.empty() || word[0] != '-' || isOneOf(word, kNamesProgram)) {
+            programSeen_ = true;
+            return;
+        } else {
+            isValue_ = isOneOf(word, kTakesWord);
+            if (word == "--disable-@files") files_ = false;
+        }
+        words_.push_back(word);
+    }
+
+    Words words_;
+    bool files_ = true;         // @files are replaced
+    bool isValue_ = false;      // the next word belongs to the option before it
+    bool programSeen_ = false;  // the rest is the application's
+};
 
 }  // namespace
 
@@ -135,7 +152,7 @@ Words effectiveVmArguments(const Words& commandLine) {
     append(all, fromEnvironment("JAVA_TOOL_OPTIONS"));
     if (launcher) {
         append(all, fromEnvironment("JDK_JAVA_OPTIONS"));
-        append(all, launcherOptions(commandLine));
+        append(all, LauncherOptions(commandLine).words());
     } else if (!commandLine.empty()) {
         all.insert(all.end(), commandLine.begin() + 1, commandLine.end());
     }

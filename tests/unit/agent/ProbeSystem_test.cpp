@@ -1,6 +1,9 @@
 // The command line's view of the server, and the natives of ProbeSystem.
 #include "agent/ProbeSystem.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -99,6 +102,29 @@ TEST_F(CommandLineTest, ArgumentFilesAreRead) {
     home.write("args", "-Dam.home=\"/a b\" # comment\n-cp x Main -Dam.home=/no\n");
     EXPECT_EQ(effectiveVmArguments({"java", "@" + home.path("args"), "-Dam.nodename=no"}),
               (Words{"java", "-Dam.home=/a b", "-cp", "x"}));
+}
+
+// A pipe that nobody writes to: reading it, even opening it, would keep the server from starting.
+TEST_F(CommandLineTest, PipesAndTheApplicationsFilesAreLeftAlone) {
+    const TestHome home;
+    const std::string pipe = "@" + home.path("pipe");
+    ASSERT_EQ(mkfifo(home.path("pipe").c_str(), 0600), 0);
+    alarm(20);  // ends a test that hangs
+    EXPECT_EQ(effectiveVmArguments({"java", "-ea", "Main", pipe}), (Words{"java", "-ea"}));
+    EXPECT_EQ(effectiveVmArguments({"java", "-jar", "app.jar", pipe}), Words{"java"});
+    EXPECT_EQ(effectiveVmArguments({"java", "-ea", pipe, "-Dam.home=/h"}),
+              (Words{"java", "-ea", "-Dam.home=/h"}));
+    alarm(0);
+}
+
+TEST_F(CommandLineTest, ArgumentFilesCanBeSwitchedOff) {
+    const TestHome home;
+    home.write("args", "-Dam.home=/h");
+    const std::string file = "@" + home.path("args");
+    EXPECT_EQ(effectiveVmArguments({"java", file, "--disable-@files", file, "-ea"}),
+              (Words{"java", "-Dam.home=/h", "--disable-@files"}));
+    EXPECT_EQ(effectiveVmArguments({"java", "-cp", file, "Main"}),
+              (Words{"java", "-cp", "-Dam.home=/h"}));
 }
 
 TEST(ParseArgumentsTest, TheLastSettingOfEachWins) {
