@@ -320,6 +320,7 @@ void ProbeMgr::probeStop(JNIEnv*) {
     stop();
     NetworkAgentMgr::getInstance()->stop();
     EvtAgentMgr::getInstance()->stop();
+    isProbeDisabled_.store(true);  // an agent that came up during the wait has enabled it again
     ProtocolVisitor::getInstance()->stop();
     ThreadMgr::getInstance()->stop();
     MemoryMonitor::getInstance()->stop();

@@ -131,6 +131,18 @@ TEST_F(ProbeMgrTest, TheProbeIsEnabledOnceBothManagersAreReady) {
     EXPECT_FALSE(enabled());
 }
 
+// A probe that is stopped while its agents' threads are still coming up.
+TEST_F(ProbeMgrTest, AgentsThatComeUpDuringAStopDoNotOutliveIt) {
+    ASSERT_TRUE(serviceStart());
+    vm.interface()->RawMonitorWait = [](JVMPI_RawMonitor, jlong) {
+        ProbeMgr::setNetworkMgrReady(true);
+        ProbeMgr::setEventMgrReady(true);
+    };
+    Java_com_velora_probe_ProbeController_stopNativeProbe(env, nullptr);
+    EXPECT_FALSE(enabled());
+    serviceEnd();
+}
+
 TEST_F(ProbeMgrTest, LevelsAreCheckedAndMirrored) {
     const auto set = [this](jint level) {
         return Java_com_velora_probe_ProbeController_setModLevel(env, nullptr, level) == JNI_TRUE;
