@@ -101,7 +101,9 @@ void f_useMethodLocks() {
     const bool wanted = isYes(properties->getProperty("internal.use.method.monitors")) &&
                         properties->getProperty("internal.use.method.monitors.disable") == nullptr;
     useMethodLocks.store(wanted);
-    CLASSULOAD_CLEANUP = properties->getIntProperty("method.hash.cleanup", 150);
+    // A count below -1 would never be reached, and unloaded classes would stay for good.
+    CLASSULOAD_CLEANUP =
+        static_cast<int>(properties->getBoundedProperty("method.hash.cleanup", 150, -1, 1000000));
     methodHashWaitInterval.store(static_cast<int>(
         properties->getBoundedProperty("method.hash.cleanupinterval", 5000, 0, 600000)));
     if (wanted) CLASSULOAD_CLEANUP = -1;

@@ -212,6 +212,7 @@ INSTANTIATE_TEST_SUITE_P(
                      false, 150, 5000},
         LockSettings{"numbers", "method.hash.cleanup=-1\nmethod.hash.cleanupinterval=10\n", false,
                      -1, 10},
+        LockSettings{"absurdCleanup", "method.hash.cleanup=-5\n", false, -1, 5000},
         LockSettings{"absurdInterval", "method.hash.cleanupinterval=-5\n", false, 150, 0}),
     [](const auto& info) { return std::string(info.param.rule); });
 
