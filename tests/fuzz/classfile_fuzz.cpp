@@ -1,5 +1,6 @@
 // Shows the class-load hook whatever bytes the fuzzer invents. It must neither read nor write
 // outside them, must always answer, and what it rewrites must read as well as what it was given.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -62,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     hook.class_data_len = static_cast<jint>(bytes.size());
     hook.malloc_f = takeMemory;
     notifyClassLoadHookEvent(&event);
-    require(std::memcmp(bytes.data(), data, size) == 0);
+    require(std::equal(bytes.begin(), bytes.end(), data));
     if (hook.new_class_data == bytes.data()) {
         require(hook.new_class_data_len == hook.class_data_len);
     } else {

@@ -11,6 +11,7 @@
 #include "agent/ProbeMgr.h"
 #include "instrument/InstrumentConfig.h"
 #include "support/ClassFileBuilder.h"
+#include "support/TestHome.h"
 #include "support/VelFixture.h"
 
 namespace {
@@ -26,6 +27,9 @@ void* haveNoMemory(unsigned int) {
 
 class HookTest : public VelFixture {
 protected:
+    HookTest() { setenv("am.home", home_.path().c_str(), 1); }
+    ~HookTest() override { unsetenv("am.home"); }
+
     void TearDown() override {
         instrumentConfig() = InstrumentConfig{};
         VelFixture::TearDown();
@@ -79,6 +83,9 @@ protected:
     }
 
     Bytes rewritten;
+
+private:
+    TestHome home_;  // the start-up writes its MOD file there
 };
 
 TEST_F(HookTest, WithoutConfigurationNothingIsRewritten) {
