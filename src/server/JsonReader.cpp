@@ -1,5 +1,6 @@
 #include "server/JsonReader.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace server {
@@ -142,6 +143,11 @@ std::optional<JsonObject> JsonObject::parse(std::string_view line) {
     } while (parser.take(','));
     if (!parser.take('}') || !parser.atEnd()) return std::nullopt;
     return object;
+}
+
+bool JsonObject::has(std::string_view key) const {
+    return std::any_of(members_.begin(), members_.end(),
+                       [key](const auto& member) { return member.first == key; });
 }
 
 std::string_view JsonObject::operator[](std::string_view key) const {

@@ -17,6 +17,7 @@ public:
 
     // The value as text, a string's without its quotes and escapes; empty when there is none.
     std::string_view operator[](std::string_view key) const;
+    bool has(std::string_view key) const;
     const std::vector<std::pair<std::string, std::string>>& members() const { return members_; }
 
 private:

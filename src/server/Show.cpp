@@ -2,10 +2,13 @@
 
 #include <charconv>
 #include <string>
+#include <utility>
 
 #include "dc2ps/Text.h"
 #include "server/JsonReader.h"
+#include "server/LockSentence.h"
 #include "server/RequestTable.h"
+#include "server/SpanJoiner.h"
 
 namespace server {
 
@@ -43,6 +46,30 @@ void appendObjectAsRow(std::string& out, const JsonObject& object) {
     appendTableRow(out, row);
 }
 
+void appendObjectAsLockStep(std::string& out, const JsonObject& object) {
+    out += "-- ";
+    for (const auto& [key, after] : {std::pair{"time", ' '}, {"node", '/'}, {"server", ' '}}) {
+        dc2ps::appendText(out, object[key], dc2ps::Escape::terminal);
+        out += after;
+    }
+    out += "lock: ";
+    LockSentence step;
+    step.kind = object["kind"];
+    step.thread = object["thread"];
+    step.inRequest = object.has("requestName");
+    step.request = object["requestName"];
+    step.lock = object["name"];
+    step.method = object["method"];
+    if (object["wallMs"] != "null") step.wallMs = object["wallMs"];
+    step.began = object["outcome"] != outcomeName(Outcome::noStart);
+    step.givenUp = object["why"];
+    step.owner = object["ownerName"];
+    step.ownerApplication = object["ownerApplication"];
+    step.ownerMethod = object["ownerMethod"];
+    appendLockSentence(out, step);
+    out += '\n';
+}
+
 void appendObjectAsNote(std::string& out, const JsonObject& object) {
     out += "--";
     for (const auto& [key, value] : object.members()) {
@@ -58,8 +85,7 @@ void appendObjectAsNote(std::string& out, const JsonObject& object) {
 }
 
 bool isRow(std::string_view type) {
-    return type == "request" || type == "call" || type == "heap" || type == "method" ||
-           type == "lock";
+    return type == "request" || type == "call" || type == "heap" || type == "method";
 }
 
 bool isForProgramsOnly(std::string_view type) {
@@ -84,6 +110,9 @@ std::size_t show(std::istream& in, LineSink& out) {
         if (isRow(type)) {
             ++rows;
             appendObjectAsRow(buffer, *object);
+        } else if (type == "lock") {
+            ++rows;
+            appendObjectAsLockStep(buffer, *object);
         } else if (!isForProgramsOnly(type)) {
             appendObjectAsNote(buffer, *object);
         }

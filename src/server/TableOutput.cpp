@@ -4,6 +4,7 @@
 
 #include "dc2ps/RecordPrinter.h"
 #include "dc2ps/Text.h"
+#include "server/LockSentence.h"
 #include "server/RequestTable.h"
 
 namespace server {
@@ -16,12 +17,6 @@ using dc2ps::Escape;
 namespace {
 
 constexpr std::size_t kMaxBuffer = 1u << 20;  // bytes written before they are handed over
-
-void appendQuoted(std::string& out, std::string_view untrusted) {
-    out += '"';
-    dc2ps::appendText(out, untrusted, Escape::quoted);
-    out += '"';
-}
 
 void appendCount(std::string& out, std::int64_t count, const char* what) {
     if (count == 0) return;
@@ -153,63 +148,36 @@ void TableOutput::row(const Agent& agent, const Span& span) {
     appendTableRow(buffer_, row);
 }
 
-// Who did what to which lock, as a sentence:
-//   lock: thread 7 in "checkout" waited 120.000 ms for com.shop.Cache in com.shop.Cache.get,
-//   held by "report" of "statistics" in com.shop.Report.run
 void TableOutput::lock(const Agent& agent, const Span& span) {
-    beginNote(agent, timeOf(span), "lock: thread ");
-    appendNumber(buffer_, std::uint64_t{span.threadId});
+    beginNote(agent, timeOf(span), "lock: ");
+    std::string thread, wall;
+    appendNumber(thread, std::uint64_t{span.threadId});
+    LockSentence sentence;
+    sentence.kind = spanKindName(span.kind);
+    sentence.thread = thread;
+    sentence.lock = labels_.name;
+    sentence.began = span.start != nullptr;
+    sentence.givenUp = givenUpName(span.why);
     if (span.request) {
         labelRecord(*span.request, agent.names, request_);
-        buffer_ += " in ";
-        appendQuoted(buffer_, request_.name);
+        sentence.inRequest = true;
+        sentence.request = request_.name;
     }
-    const auto method = [&](std::uint32_t id) {
-        const std::string_view name = agent.names.method(id);
-        if (!name.empty()) {
-            buffer_ += " in ";
-            dc2ps::appendText(buffer_, name, Escape::terminal);
-        }
-    };
-    const bool contention = span.kind == SpanKind::lockContention;
-    const bool release = span.kind == SpanKind::lockRelease;
     if (span.wallMicros) {
-        buffer_ += contention ? " waited " : release ? " released " : " acquired ";
-        if (contention) {
-            appendDecimal(buffer_, *span.wallMicros, 3);
-            buffer_ += " ms for ";
-        }
-    } else if (span.start) {
-        buffer_ += contention ? " waits for " : release ? " releases " : " acquires ";
-    } else {
-        buffer_ += contention ? " stopped waiting for a lock"
-                   : release  ? " released a lock"
-                              : " acquired a lock";
-        buffer_ += ", the beginning of which is not known";
+        appendDecimal(wall, *span.wallMicros, 3);
+        sentence.wallMs = wall;
     }
-    dc2ps::appendText(buffer_, labels_.name, Escape::terminal);
-    if (contention) {
+    if (span.kind == SpanKind::lockContention) {
         const auto r = startOf<dc2ps::LockContention>(span);
-        method(r.methodId);
-        if (span.start) {
-            buffer_ += ", held by ";
-            appendQuoted(buffer_, r.ownerName);
-            if (!r.ownerApplication.empty()) {
-                buffer_ += " of ";
-                appendQuoted(buffer_, r.ownerApplication);
-            }
-            method(r.ownerMethodId);
-        }
+        sentence.method = agent.names.method(r.methodId);
+        sentence.owner = r.ownerName;
+        sentence.ownerApplication = r.ownerApplication;
+        sentence.ownerMethod = agent.names.method(r.ownerMethodId);
+        appendLockSentence(buffer_, sentence);
     } else {
-        method(startOf<dc2ps::LockStep>(span).methodId);
-        if (span.wallMicros) {
-            buffer_ += " after ";
-            appendDecimal(buffer_, *span.wallMicros, 3);
-            buffer_ += " ms";
-        }
+        sentence.method = agent.names.method(startOf<dc2ps::LockStep>(span).methodId);
+        appendLockSentence(buffer_, sentence);
     }
-    if (span.outcome == Outcome::unfinished)
-        buffer_.append("; its end did not arrive (").append(givenUpName(span.why)).append(")");
     buffer_ += '\n';
 }
 
