@@ -76,10 +76,11 @@ class JvmTest(unittest.TestCase):
                 file.write("\n" + lines)
         return home
 
-    def server(self, port=0, name="ps"):
-        return PublishServer(self, port, name)
+    def server(self, port=0, name="ps", format="json"):
+        return PublishServer(self, port, name, format)
 
-    def java(self, jdk, program, *args, home=None, ps=None, agent="path", flags=(), env=None, cwd=None):
+    def java(self, jdk, program, *args, home=None, ps=None, agent="path", flags=(), env=None, cwd=None,
+             stdin=subprocess.DEVNULL):
         """Starts a program of tests/jvm/programs under the agent; agent is path, jar or none."""
         home = home or self.home()
         out, err = self.dir / f"{program}.out", self.dir / f"{program}.err"
@@ -95,7 +96,7 @@ class JvmTest(unittest.TestCase):
         command += [*flags, "-cp", str(CLASSES), program, *map(str, args)]
         environment = {**os.environ, "QLOG_COMMON_DIR": str(self.dir / "qlog"), **(env or {})}
         with open(out, "wb") as o, open(err, "wb") as e:
-            process = subprocess.Popen(command, stdout=o, stderr=e, stdin=subprocess.DEVNULL, env=environment,
+            process = subprocess.Popen(command, stdout=o, stderr=e, stdin=stdin, env=environment,
                                        cwd=cwd or self.dir)
         process.out, process.err, process.home = out, err, home
         self.running.append(process)
@@ -129,14 +130,15 @@ def stop(process, seconds=20):
 
 
 class PublishServer:
-    """A velora-ps that writes JSON lines."""
+    """A velora-ps that writes JSON lines, or its table, to the file json."""
 
-    def __init__(self, test, port, name):
+    def __init__(self, test, port, name, format="json"):
         self.test, self.name = test, name
         self.json = test.dir / f"{name}.jsonl"
         self.log = test.dir / f"{name}.log"
         self.process = None
         self.port = port
+        self.format = format
         self.start()
 
     def start(self):
@@ -145,7 +147,7 @@ class PublishServer:
         with open(self.json, "ab") as out, open(self.log, "ab") as err:
             self.process = subprocess.Popen(
                 [str(HOME / "bin" / "velora-ps"), "--listen", f"127.0.0.1:{self.port}", "--port-file",
-                 str(port_file), "--format", "json"], stdout=out, stderr=err, stdin=subprocess.DEVNULL)
+                 str(port_file), "--format", self.format], stdout=out, stderr=err, stdin=subprocess.DEVNULL)
         self.test.running.append(self.process)
         if not wait_until(lambda: port_file.exists() and port_file.read_text().strip(), 15):
             raise AssertionError("velora-ps did not start: " + self.log.read_text())
