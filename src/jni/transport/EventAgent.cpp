@@ -191,6 +191,7 @@ void EventAgent::sendPass(EvtAgentMgr* manager) {
 
 void EventAgent::sendPacket(EvtAgentMgr* manager) {
     NetworkAgentMgr* const network = naMgr_.load(std::memory_order_acquire);
+    if (network == nullptr) return;  // destroyed since the manager said that we can send
     NetworkAgentMgr::Line line = network->lineOf(this);
     // A network agent that was stopped and started again tells nobody; its new connection does.
     if (line.needsInit && manager->isLeader(this) && !resendInitRecord_)

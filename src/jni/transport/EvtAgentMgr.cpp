@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <mutex>
+#include <utility>
 
 #include "agent/ProbeMgr.h"
 #include "event/ThreadMgr.h"
@@ -24,23 +25,30 @@ constexpr int kDiscardLimitMs = 300;  // for the agents to notice that the flush
 enum class Flush { none, running, over };
 std::atomic<Flush> flushState{Flush::none};
 
+std::mutex instanceLock;  // guards making and destroying the singleton, and retiredMgr
+// The manager destroyed last. An application thread that is being registered may still be inside,
+// so its memory goes one destroy() later.
+EvtAgentMgr* retiredMgr = nullptr;
+
 }  // namespace
 
-EvtAgentMgr* EvtAgentMgr::instance_ = nullptr;
-
 EvtAgentMgr* EvtAgentMgr::getInstance() {
-    if (instance_ == nullptr) {
-        instance_ = new EvtAgentMgr;
-        instance_->initialize();
-        evtMgr_.store(instance_, std::memory_order_release);
-    }
-    return instance_;
+    const std::lock_guard hold(instanceLock);
+    EvtAgentMgr* made = evtMgr_.load(std::memory_order_acquire);
+    if (made != nullptr) return made;
+    made = new EvtAgentMgr;
+    made->initialize();
+    evtMgr_.store(made, std::memory_order_release);
+    return made;
 }
 
 void EvtAgentMgr::destroy() {
-    delete instance_;
+    const std::lock_guard hold(instanceLock);
+    EvtAgentMgr* const ended = evtMgr_.load(std::memory_order_acquire);
+    if (ended == nullptr) return;
+    if (ended->start_) ended->stop();  // its loops still find it
     evtMgr_.store(nullptr, std::memory_order_release);
-    instance_ = nullptr;
+    delete std::exchange(retiredMgr, ended);
 }
 
 EvtAgentMgr::EvtAgentMgr()

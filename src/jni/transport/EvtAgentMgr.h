@@ -89,6 +89,4 @@ private:
 
     VelList<ThreadData*> orphans_;  // threads whose agent has stopped
     VelLock handOverLock_;          // makes moves between agents' lists and orphans_ one step
-
-    static EvtAgentMgr* instance_;
 };

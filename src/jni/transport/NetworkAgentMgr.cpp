@@ -1,6 +1,7 @@
 #include "transport/NetworkAgentMgr.h"
 
 #include <mutex>
+#include <utility>
 
 #include "agent/ProbeMgr.h"
 #include "foundation/Globals.h"
@@ -18,22 +19,27 @@ constexpr int kStopStepMs = 1000;
 
 int last = -1;  // the slot handed out last, process-wide; guarded by each manager's assignLock_
 
+std::mutex instanceLock;  // guards making and destroying the singleton, and retiredMgr
+// The manager destroyed last. An event agent that read the pointer just before may still be inside,
+// so its memory goes one destroy() later.
+NetworkAgentMgr* retiredMgr = nullptr;
+
 }  // namespace
 
-NetworkAgentMgr* NetworkAgentMgr::instance_ = nullptr;
-
 NetworkAgentMgr* NetworkAgentMgr::getInstance() {
-    if (instance_ == nullptr) {
-        instance_ = new NetworkAgentMgr;
-        naMgr_.store(instance_, std::memory_order_release);
-    }
-    return instance_;
+    const std::lock_guard hold(instanceLock);
+    if (naMgr_.load(std::memory_order_acquire) == nullptr)
+        naMgr_.store(new NetworkAgentMgr, std::memory_order_release);
+    return naMgr_.load(std::memory_order_acquire);
 }
 
 void NetworkAgentMgr::destroy() {
-    delete instance_;
+    const std::lock_guard hold(instanceLock);
+    NetworkAgentMgr* const ended = naMgr_.load(std::memory_order_acquire);
+    if (ended == nullptr) return;
+    if (ended->start_) ended->stop();  // its loops still find it
     naMgr_.store(nullptr, std::memory_order_release);
-    instance_ = nullptr;
+    delete std::exchange(retiredMgr, ended);
 }
 
 NetworkAgentMgr::NetworkAgentMgr()

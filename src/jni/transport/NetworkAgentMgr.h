@@ -82,6 +82,4 @@ private:
     NetworkAgentMgrConnInitListener* listener_ = nullptr;
     std::atomic<bool> start_{false};  // the pool exists and accepts data
     std::atomic<NetworkAgent*> leader_{nullptr};
-
-    static NetworkAgentMgr* instance_;
 };

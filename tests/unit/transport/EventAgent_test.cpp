@@ -432,6 +432,24 @@ TEST_F(EventAgentTest, AStopOfTheProbeCountsWhatIsLeft) {
     EXPECT_FALSE(evtMgr_.load()->isReady());
 }
 
+TEST_F(EventAgentTest, ManagersMayBeDestroyedWhileEverythingRuns) {
+    runReady();
+    ThreadData* const thread = newThread();
+    produce(thread, 9);
+    EvtAgentMgr* const events = evtMgr_.load();  // as a thread that is just inside
+    NetworkAgentMgr* const network = naMgr_.load();
+    gate.open();
+    NetworkAgentMgr::destroy();
+    EvtAgentMgr::destroy();
+    EXPECT_EQ(naMgr_.load(), nullptr);
+    EXPECT_EQ(evtMgr_.load(), nullptr);
+    EXPECT_EQ(events->manageThreadData(thread), 0);
+    EXPECT_FALSE(network->isReady(this));
+    EXPECT_EQ(newThread(), nullptr);
+    ThreadMgr::destroy();
+    expectBooksBalance();
+}
+
 TEST_F(EventAgentTest, TheCountersOfAThreadMayWrap) {
     runReady();
     ThreadData* const thread = newThread();
