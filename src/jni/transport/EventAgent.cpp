@@ -207,7 +207,8 @@ void EventAgent::sendPacket(EvtAgentMgr* manager) {
     if (!line.ready || line.needsInit) return;  // nothing goes ahead of the initial records
     // What has no chance of being taken stays in the threads' queues while our own initial records
     // fill the network queue, and while a flush asks again in a moment.
-    if ((opens || EvtAgentMgr::isFlushing()) && !line.hasRoom) return;
+    const bool asksAgainSoon = EvtAgentMgr::isFlushing() || EvtAgentMgr::isDiscarding();
+    if ((opens || asksAgainSoon) && !line.hasRoom) return;
 
     const int length = prepare2send();
     const PacketInfo info{packetEvents_, line.connection, false};

@@ -297,7 +297,7 @@ void EvtAgentMgr::checkForMemory(EventAgent* agent) {
 // --- the last flush ------------------------------------------------------------------------------
 
 bool EvtAgentMgr::isFlushing() {
-    return flushState.load(std::memory_order_relaxed) != Flush::none;
+    return flushState.load(std::memory_order_relaxed) == Flush::running;
 }
 
 bool EvtAgentMgr::isDiscarding() {

@@ -63,7 +63,8 @@ public:
     void leaveOrphans(EventAgent* agent);
     bool isManaged(ThreadData* thread);  // some agent drains it, or it waits for one
     static bool isFlushing();            // passes follow each other without the period's wait
-    static bool isDiscarding();          // the flush is over: what is queued is counted and deleted
+    // The flush is over: what is queued is counted and deleted, in the usual periods.
+    static bool isDiscarding();
 
 private:
     void initialize() {}

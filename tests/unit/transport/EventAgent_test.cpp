@@ -526,6 +526,8 @@ TEST_F(EventAgentTest, AFlushDoesNotWaitForThePeriods) {
 }
 
 TEST_F(EventAgentTest, AFlushWithoutAServerReturnsAtOnceAndCounts) {
+    std::atomic<int> lookups{0};
+    lookupAnswer = [&] { return ++lookups, 1; };
     vm.realWaiting = true;
     server.refuse();
     gate.open();
@@ -539,6 +541,10 @@ TEST_F(EventAgentTest, AFlushWithoutAServerReturnsAtOnceAndCounts) {
     EXPECT_EQ(LossBook::of(Loss::exit), 30);
     EXPECT_EQ(qlog.messages(1125).size(), 1u);
     expectBooksBalance();
+    // The process may take long to exit: the server is asked for in the usual period again.
+    const int asked = lookups;
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_LE(lookups, asked + 2);
 }
 
 TEST_F(EventAgentTest, AFlushToAServerThatDoesNotReadEndsInTimeAndCounts) {
