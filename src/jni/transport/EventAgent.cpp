@@ -57,7 +57,7 @@ EventAgent::EventAgent(int id)
       thrList_(std::make_unique<VelList<ThreadData*>>(true)),
       id_(id),
       keepList_(std::make_unique<VelList<Event*>>(false)),
-      queueLimitOnPSDown_(LONG_MAX) {  // none until the server has been away for a while
+      queueLimitOnPSDown_(LONG_MAX) {
     VEL_TRACE("EventAgent(int)");
     const PropertyMgr* settings = PropertyMgr::getInstance();
     queueLimit_ =
@@ -114,6 +114,7 @@ void EventAgent::runBegun(JNIEnv* env) {
 void EventAgent::setUp(JNIEnv* env) {
     env_ = env;
     psDownCnt_ = 0;
+    queueLimitOnPSDown_ = LONG_MAX;  // as the count: a new loop gives the server its time again
     CommonEvent::resetMethodIDMap();
     ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
     specialQueue_ = threads != nullptr ? threads->createSpecialEventQueue(env) : nullptr;

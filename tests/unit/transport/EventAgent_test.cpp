@@ -279,6 +279,23 @@ TEST_F(EventAgentTest, CutsTheQueuesAfterThirtySecondsWithoutAServer) {
     expectBooksBalance();
 }
 
+TEST_F(EventAgentTest, ALoopStartedAnewGivesTheServerItsThirtySecondsAgain) {
+    server.refuse();
+    runAll();
+    for (int passes = 1; passes <= 17; ++passes) gate.step("e0");
+    gate.release("e0");
+    EvtAgentMgr::getInstance()->stopEvtAgent(0);
+    join("e0");
+    runEventAgent(0);
+    ThreadData* const thread = newThread();
+    produce(thread, 1500);
+    for (int passes = 2; passes <= 14; ++passes) gate.step("e0");
+    EXPECT_EQ(thread->getEvtQueue()->size(), 1500);
+    gate.step("e0");
+    gate.step("e0");
+    EXPECT_EQ(thread->getEvtQueue()->size(), 1000);
+}
+
 TEST_F(EventAgentTest, EventsOfThreadsThatEndWhileTheServerIsAwayAreCounted) {
     set("internal.probe.event.queue.size.limit", "20");
     server.refuse();
