@@ -1,7 +1,8 @@
 // Calls that are told by class and method name: IIOP calls made (client) and served (server).
 //
 // A subclass may send its method name only once per kind (isMethodMapEnabled); the map of kinds
-// that have been named is shared by all event agents and emptied when an agent (re)starts its loop.
+// that have been named is shared by all event agents and emptied when an agent (re)starts its loop
+// and when a connection has been opened.
 #pragma once
 
 #include "event/Event.h"

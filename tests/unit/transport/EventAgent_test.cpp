@@ -323,6 +323,7 @@ TEST_F(EventAgentTest, AReconnectOpensAnewAndHasTheClassEventsSentAgain) {
     pass();
     arrived();
     EXPECT_EQ(resends, 0);
+    CommonEvent::setMaped(IIOP_CLIENT);
     server.endConnections();
     produce(thread, 5);
     pass();
@@ -332,6 +333,7 @@ TEST_F(EventAgentTest, AReconnectOpensAnewAndHasTheClassEventsSentAgain) {
     pass();
     arrived();
     EXPECT_EQ(resends, 1);
+    EXPECT_FALSE(CommonEvent::hasMaped(IIOP_CLIENT));  // names are sent again
     EXPECT_EQ(server.connections(), 2u);
     EXPECT_GE(LossBook::total(), 5);
     EXPECT_EQ(received().inits, 2);
