@@ -44,10 +44,11 @@ jint endHttp(JNIEnv* env, EventSubType phase, jstring requestName, jstring appli
              jstring url) {
     const bool limitReached = MemoryMonitor::reachedULimit(env);
     ThreadData* const thread = callingThread(env);
-    if (limitReached || thread == nullptr || !leaveHttp(env, *thread, phase, requestName))
-        return idOf(thread);
+    if (limitReached) return idOf(thread);
+    if (thread != nullptr && !leaveHttp(env, *thread, phase, requestName)) return idOf(thread);
     auto event = std::make_unique<ServletEvent>(phase);
-    event->servletDepth = thread->servletDepth_ + 1;  // the depth that the request had
+    // The depth that the request had. Without a record sendRequest tells the trace and drops it.
+    event->servletDepth = (thread == nullptr ? 0 : thread->servletDepth_) + 1;
     // An end carries no names: the server matches it to its start by thread and depth.
     if (phase == END) requestName = applicationName = url = nullptr;
     EventUtils::sendRequest(env, thread, event.release(), requestName, applicationName, url);

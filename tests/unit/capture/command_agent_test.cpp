@@ -414,6 +414,7 @@ TEST_F(RequestTest, WithoutARecordNativesAnswerZeroAndMakeNothing) {
     EXPECT_EQ(Java_com_velora_probe_ThreadManager_finishNativeHttpRequest(stranger, nullptr, name,
                                                                           name, name),
               0);
+    EXPECT_TRUE(qlog.logged("thread local storage is NULL"));
     EXPECT_EQ(
         Java_com_velora_probe_ThreadManager_startIIOPServerRequest(stranger, nullptr, name, name),
         0);
