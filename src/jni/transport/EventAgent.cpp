@@ -239,7 +239,6 @@ int EventAgent::sendInitRecords() {
         if (asked) resendInitRecord_ = true;
         return RC_FAIL;
     }
-    CommonEvent::resetMethodIDMap();  // who listens now has been told no method's name yet
     if (specialQueue_ != nullptr) appendSamplingRates(env_, specialQueue_);
     VEL_DEBUG_MIN("sendInitRecords", "Sent Init records successfully");
     return RC_SUCCESS;
