@@ -187,6 +187,7 @@ TEST_F(TablesTest, ASweepLeavesNoChainThroughFreedMethods) {
     jclass_t* const going = load("g/G", 0x200, {8 * 5 + 8 * 101});  // the same bucket, in front
     going->markDirty();
     jclass_t::cleanupDirtyClasses();
+    ASSERT_EQ(method_hash.load()[5]->next, &staying->methods[0]);
     EXPECT_EQ(getMethod(methodId(8 * 5)), &staying->methods[0]);
     EXPECT_EQ(getMethod(methodId(8 * 5 + 8 * 101)), nullptr);
 }
