@@ -19,6 +19,7 @@
 #include "transport/InitialRecords.h"
 #include "transport/MemoryMonitor.h"
 #include "transport/NetworkAgentMgr.h"
+#include "qlog/qlog.h"
 
 namespace {
 
@@ -141,6 +142,7 @@ void EventAgent::tearDown() {
 
 void EventAgent::onePass(EvtAgentMgr* manager) {
     const auto takeStock = [&] {
+        QlgCheckConfiguration();  // a level that was edited takes effect on a silent server, too
         if (manager != nullptr) manager->takeOrphans(this);
         computeMemoryTaken();
         if (manager != nullptr) manager->checkForMemory(this);
