@@ -15,11 +15,11 @@
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 #include "foundation/PropertyMgr.h"
+#include "qlog/qlog.h"
 #include "transport/EvtAgentMgr.h"
 #include "transport/InitialRecords.h"
 #include "transport/MemoryMonitor.h"
 #include "transport/NetworkAgentMgr.h"
-#include "qlog/qlog.h"
 
 namespace {
 
