@@ -24,8 +24,9 @@ build() {
 }
 
 for preset in "${presets[@]}"; do
+    # The second compiler gives its opinion of the product; the tests run on the first.
+    [ "$preset" != clang ] || { build clang -DBUILD_TESTING=OFF; continue; }
     build "$preset"
-    [ "$preset" != clang ] || continue  # a second compiler's opinion; the tests run on the first
     echo "== test $preset"
     ctest --preset "$preset" -j "$jobs" --no-tests=error
 done

@@ -4,12 +4,39 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <sstream>
+#include <string_view>
+
 namespace launch {
 namespace {
 
 using StartFunction = jint(JNICALL*)(JavaVM*, char*, void*);
 
+// One value of --add-modules: names separated by commas.
+bool namesInstrument(const std::string& modules) {
+    std::istringstream list(modules);
+    for (std::string name; std::getline(list, name, ',');)
+        if (name == "java.instrument" || name == "ALL-SYSTEM" || name == "ALL-DEFAULT") return true;
+    return false;
+}
+
 }  // namespace
+
+bool leavesOutInstrument(const std::string& mainModule, const std::vector<std::string>& arguments) {
+    if (mainModule.empty()) return false;
+    constexpr std::string_view kFlag = "--add-modules";
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& argument = arguments[i];
+        if (argument.compare(0, kFlag.size(), kFlag) != 0) continue;
+        if (argument.size() == kFlag.size()) {
+            if (i + 1 < arguments.size() && namesInstrument(arguments[i + 1])) return false;
+        } else if (argument[kFlag.size()] == '=' &&
+                   namesInstrument(argument.substr(kFlag.size() + 1))) {
+            return false;
+        }
+    }
+    return true;
+}
 
 std::string startJavaSide(JavaVM* vm, Moment moment, const std::string& javaHome,
                           const std::string& jar, const std::string& arguments) {

@@ -4,10 +4,17 @@
 #include <jni.h>
 
 #include <string>
+#include <vector>
 
 namespace launch {
 
 enum class Moment { kVmStart, kRunningVm };
+
+// Whether the VM may come up without the module java.instrument: a named main module brings only
+// what it requires, and the instrument library ends a VM in which it does not find that module
+// (seen on 17). -javaagent adds the module by itself; a library loaded later cannot, only the
+// command line can.
+bool leavesOutInstrument(const std::string& mainModule, const std::vector<std::string>& arguments);
 
 // Does what -javaagent:<jar>=<arguments> does at VM start (or an attach in a running VM). Empty on
 // success, else why the Java side does not run; nothing else then happened. In a failure the

@@ -142,6 +142,7 @@ struct Started {
     Identity who;
     std::string forJava;
     std::string javaHome;
+    std::string mainModule;  // of "java -m module/class"; empty for a class path
 };
 
 // True for the first caller only: one collector per process, however many ways lead in.
@@ -173,7 +174,7 @@ Started start(JavaVM* vm, const char* optionText) {
         say("%s; the application runs unmonitored", trouble.c_str());
         return {};
     }
-    return {true, who, options.forJava, properties["java.home"]};
+    return {true, who, options.forJava, properties["java.home"], properties["jdk.module.main"]};
 }
 
 void startWithJavaSide(JavaVM* vm, const char* options, Moment moment) {
@@ -183,6 +184,12 @@ void startWithJavaSide(JavaVM* vm, const char* options, Moment moment) {
     adapter::agentIsUp();
     // With both flags given the VM starts the Java side itself, and once is enough.
     if (moment == Moment::kVmStart && javaAgentArguments(processArguments())) return;
+    if (moment == Moment::kVmStart && leavesOutInstrument(started.mainModule, processArguments())) {
+        say("the Java side does not run: module %s may leave out java.instrument; start the "
+            "application with --add-modules java.instrument to have it monitored",
+            started.mainModule.c_str());
+        return;
+    }
     const std::string trouble = startJavaSide(
         vm, moment, started.javaHome, started.who.home + "/lib/velora.jar", started.forJava);
     if (!trouble.empty()) {

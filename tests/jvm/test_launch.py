@@ -90,5 +90,20 @@ class LaunchTest(JvmTest):
         self.assertNotIn("Velora:", err)
 
 
+    def test_an_application_of_named_modules_runs_and_is_told_how_to_be_monitored(self):
+        import subprocess
+        for major, jdk in jdks():
+            for extra, monitored in (([], False), (["--add-modules", "java.instrument"], True)):
+                with self.subTest(jdk=major, monitored=monitored):
+                    home = self.home(name=f"home-{major}-{monitored}")
+                    result = subprocess.run(
+                        [str(jdk / "bin" / "java"), f"-agentpath:{home}/lib/libvelora_agent.so=ps=127.0.0.1:1", *extra,
+                         "-m", "jdk.compiler/com.sun.tools.javac.Main", "-version"],
+                        capture_output=True, text=True, timeout=60)
+                    self.assertEqual(0, result.returncode, result.stderr)
+                    self.assertIn("javac", result.stdout + result.stderr)
+                    self.assertEqual(monitored, "--add-modules java.instrument" not in result.stderr)
+
+
 if __name__ == "__main__":
     unittest.main()
