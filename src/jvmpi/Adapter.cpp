@@ -28,6 +28,8 @@ void JNICALL onVmInit(jvmtiEnv*, JNIEnv* env, jthread main) {
 void JNICALL onVmDeath(jvmtiEnv*, JNIEnv* env) {
     if (host.beforeShutDown != nullptr) host.beforeShutDown(env);
     sendShutDown(env);
+    endGcSender();
+    endUnloadSender();
 }
 
 // Capabilities that cost nothing until they are used; the others are asked for when first needed.

@@ -3,6 +3,8 @@
 
 #include <semaphore.h>
 
+#include <atomic>
+
 #include "jvmpi/ClassDescription.h"
 #include "jvmpi/ClassIds.h"
 #include "jvmpi/Edge.h"
@@ -23,7 +25,9 @@ jint sendClassLoad(JNIEnv* env, jclass type, jint eventType) {
     return JVMPI_SUCCESS;
 }
 
-sem_t unloads;  // one post per freed mirror
+sem_t unloads;                      // one post per freed mirror
+std::atomic<bool> prepared{false};  // unloads is usable
+std::atomic<bool> ending{false};
 
 void postUnload() {
     sem_post(&unloads);
@@ -38,10 +42,11 @@ void sendClassUnload(JNIEnv* env, jobjectID id) {
     sendEvent(event);
 }
 
-void JNICALL sendUnloadsForEver(jvmtiEnv*, JNIEnv* env, void*) {
+void JNICALL sendUnloads(jvmtiEnv*, JNIEnv* env, void*) {
     for (;;) {
         while (sem_wait(&unloads) != 0) {
         }
+        if (ending.load(std::memory_order_acquire)) return;
         atEdge([&] { drainUnloaded([&](jobjectID id) { sendClassUnload(env, id); }); });
     }
 }
@@ -62,15 +67,21 @@ void JNICALL onClassPrepare(jvmtiEnv*, JNIEnv* env, jthread, jclass type) {
 
 bool followClassUnload() {
     if (!isEventOn(JVMPI_EVENT_CLASS_UNLOAD)) return true;
-    static const bool queue = sem_init(&unloads, 0, 0) == 0;
-    setFreedListener(postUnload);
-    static bool started = false;  // changed under the switch's lock only
-    if (isLive() && !started) {   // before that the queue just fills
-        started = startAgentThread(currentEnv(), "JVMPI class unload events",
-                                   JVMTI_THREAD_NORM_PRIORITY, sendUnloadsForEver, nullptr);
-        return queue && started;
+    static bool started = false;  // this and prepared are changed under the switch's lock only
+    if (!prepared.load()) {
+        if (sem_init(&unloads, 0, 0) != 0) return false;
+        prepared = true;
+        setFreedListener(postUnload);
     }
-    return queue;
+    if (!isLive() || started) return true;  // until the VM is up the queue just fills
+    started = startAgentThread(currentEnv(), "JVMPI class unload events",
+                               JVMTI_THREAD_NORM_PRIORITY, sendUnloads, nullptr);
+    return started;
+}
+
+void endUnloadSender() {
+    ending.store(true, std::memory_order_release);
+    if (prepared.load()) sem_post(&unloads);
 }
 
 jint requestClassLoad(jobjectID id) {

@@ -15,6 +15,9 @@ void JNICALL onClassPrepare(jvmtiEnv*, JNIEnv* env, jthread, jclass type);
 // means anything to the agent.
 bool followClassUnload();
 
+// Ends the sending thread, which the VM would otherwise wait for when it exits.
+void endUnloadSender();
+
 // Sends the requested form of the load event, in the calling thread. JVMPI_FAIL for an id that is
 // no class's (any more) or a class that cannot be linked.
 jint requestClassLoad(jobjectID id);

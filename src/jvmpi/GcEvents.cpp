@@ -21,6 +21,9 @@ sem_t posts;
 // to move.
 std::atomic<bool> inPause{false};
 
+std::atomic<bool> ending{false};
+std::atomic<bool> prepared{false};  // posts is usable
+
 // Java heap figures, from java.lang.Runtime.
 class HeapMeter {
 public:
@@ -69,11 +72,12 @@ void sendFinish(JNIEnv* env, const HeapMeter& heap) {
     sendEvent(event);
 }
 
-void JNICALL sendGcEventsForEver(jvmtiEnv*, JNIEnv* env, void*) {
+void JNICALL sendGcEvents(jvmtiEnv*, JNIEnv* env, void*) {
     const HeapMeter heap(env);
     for (bool start = true;; start = !start) {
         while (sem_wait(&posts) != 0) {
         }
+        if (ending.load(std::memory_order_acquire)) return;
         // The start is sent before any JNI call: that would block until the pause is over.
         atEdge([&] {
             if (start) {
@@ -91,17 +95,18 @@ bool isWanted() {
 
 // Once; false when the VM refuses.
 bool prepareQueue() {
-    static const bool prepared =
-        sem_init(&posts, 0, 0) == 0 && acquire([](jvmtiCapabilities& wanted) {
-            wanted.can_generate_garbage_collection_events = 1;
-        });
-    return prepared;
+    if (!prepared.load()) {  // changed under the switch's lock only
+        prepared = sem_init(&posts, 0, 0) == 0 && acquire([](jvmtiCapabilities& wanted) {
+                       wanted.can_generate_garbage_collection_events = 1;
+                   });
+    }
+    return prepared.load();
 }
 
 bool startSender() {
     static bool started = false;  // changed under the switch's lock only
     started = started || startAgentThread(currentEnv(), "JVMPI garbage collection events",
-                                          JVMTI_THREAD_MAX_PRIORITY, sendGcEventsForEver, nullptr);
+                                          JVMTI_THREAD_MAX_PRIORITY, sendGcEvents, nullptr);
     return started;
 }
 
@@ -113,6 +118,11 @@ bool followGc() {
     if (on && isLive() && !startSender()) return false;  // before that the queue just fills
     return setNotified(JVMTI_EVENT_GARBAGE_COLLECTION_START, on) &&
            setNotified(JVMTI_EVENT_GARBAGE_COLLECTION_FINISH, on);
+}
+
+void endGcSender() {
+    ending.store(true, std::memory_order_release);
+    if (prepared.load()) sem_post(&posts);
 }
 
 void JNICALL onGcStart(jvmtiEnv*) {

@@ -13,6 +13,9 @@ namespace adapter {
 // Brings notifications and, in a living VM, the sending thread in line with what is on.
 bool followGc();
 
+// Ends the sending thread, which the VM would otherwise wait for when it exits.
+void endGcSender();
+
 void JNICALL onGcStart(jvmtiEnv*);
 void JNICALL onGcFinish(jvmtiEnv*);
 

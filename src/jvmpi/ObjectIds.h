@@ -20,7 +20,7 @@ constexpr jlong kFirstSingleId = jlong{1} << 40;
 constexpr jlong kFirstDumpId = jlong{1} << 44;
 constexpr jlong kIdStep = 8;  // ids look like the addresses that they once were
 
-constexpr jobjectID toObjectId(jlong tag) {
+inline jobjectID toObjectId(jlong tag) {
     return reinterpret_cast<jobjectID>(tag);
 }
 inline jlong toTag(jobjectID id) {
