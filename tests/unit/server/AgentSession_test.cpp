@@ -324,6 +324,7 @@ TEST(Show, MakesTheTableOfJsonLines) {
     EXPECT_EQ(show(in, shown), 4u);
     EXPECT_EQ(shown.with("servlet"), table.lines.with("servlet"));
     EXPECT_EQ(shown.with("select"), table.lines.with("select"));
+    EXPECT_EQ(shown.with("lock: thread"), table.lines.with("lock: thread"));
     EXPECT_EQ(shown.with("left out: 1 lines").size(), 1u);
     EXPECT_EQ(shown.with("PSSTATUS").size() + shown.with("status=line\\nbreak").size(), 1u);
 }
