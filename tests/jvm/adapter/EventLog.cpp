@@ -12,7 +12,6 @@ namespace {
 
 std::mutex lock;
 std::vector<std::pair<jint, std::string>> events;  // type without the request bit, line
-long heard = 0;
 
 // Values are separated by '|', which occurs in no class or thread name here.
 class Line {
@@ -63,6 +62,7 @@ void addClass(Line& line, const JVMPI_Event& event) {
 void logEvent(const JVMPI_Event& event) {
     const jint type = event.event_type & ~JVMPI_REQUESTED_EVENT;
     Line line;
+    line.add("type", type);
     line.add("requested", (event.event_type & JVMPI_REQUESTED_EVENT) != 0 ? 1 : 0);
     line.addId("env", event.env_id).add("tid", syscall(SYS_gettid));
     switch (type) {
@@ -88,16 +88,15 @@ void logEvent(const JVMPI_Event& event) {
             break;
     }
     const std::lock_guard guard(lock);
-    line.add("order", ++heard);
     events.emplace_back(type, line.text());
 }
 
-std::vector<std::string> takeEvents(jint type) {
+std::vector<std::string> takeEvents(jint type, jint orType) {
     const std::lock_guard guard(lock);
     std::vector<std::string> taken;
     std::vector<std::pair<jint, std::string>> rest;
     for (auto& event : events) {
-        if (event.first == type) {
+        if (event.first == type || event.first == orType) {
             taken.push_back(std::move(event.second));
         } else {
             rest.push_back(std::move(event));

@@ -9,6 +9,6 @@
 // Remembers an event; call it from the agent's handler.
 void logEvent(const JVMPI_Event& event);
 
-// The lines of all events of this type (with or without the request bit) so far, oldest first, and
-// forgets them.
-std::vector<std::string> takeEvents(jint type);
+// The lines of all events of these two types (with or without the request bit) so far, oldest
+// first; forgets them.
+std::vector<std::string> takeEvents(jint type, jint orType);

@@ -172,8 +172,9 @@ JNIEXPORT void JNICALL Java_TestAgent_listen(JNIEnv*, jclass, jboolean on) {
     jvmpi->NotifyEvent = on ? onEvent : nullptr;
 }
 
-JNIEXPORT jobjectArray JNICALL Java_TestAgent_takeEvents(JNIEnv* env, jclass, jint type) {
-    return toJava(env, takeEvents(type));
+JNIEXPORT jobjectArray JNICALL Java_TestAgent_takeEvents(JNIEnv* env, jclass, jint type,
+                                                         jint orType) {
+    return toJava(env, takeEvents(type, orType));
 }
 
 JNIEXPORT jlong JNICALL Java_TestAgent_env(JNIEnv* env, jclass) {

@@ -37,7 +37,7 @@ final class TestAgent {
 
     static native void listen(boolean on);
 
-    private static native String[] takeEvents(int type);
+    private static native String[] takeEvents(int type, int orType);
 
     static native long env();
 
@@ -136,8 +136,13 @@ final class TestAgent {
 
     /** The events of a type since the last call. */
     static List<Event> events(int type) {
+        return events(type, type);
+    }
+
+    /** The events of two types, in the order in which they came. */
+    static List<Event> events(int type, int orType) {
         List<Event> events = new ArrayList<>();
-        for (String line : takeEvents(type)) {
+        for (String line : takeEvents(type, orType)) {
             Map<String, String> values = new HashMap<>();
             for (String pair : line.split("\\|")) {
                 int equals = pair.indexOf('=');
