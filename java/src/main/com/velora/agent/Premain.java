@@ -11,6 +11,8 @@ import java.lang.instrument.Instrumentation;
  * whatever fails here, the application starts.
  */
 public final class Premain {
+    private static boolean started; // guarded by the class's lock
+
     private Premain() {
     }
 
@@ -23,6 +25,10 @@ public final class Premain {
     }
 
     private static synchronized void start(String arguments, Instrumentation instrumentation) {
+        if (started) { // -javaagent may stand on the command line more than once
+            return;
+        }
+        started = true;
         AgentOptions options = AgentOptions.parse(arguments);
         if (!options.enabled()) {
             return;
