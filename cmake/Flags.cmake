@@ -2,8 +2,6 @@
 set(VELORA_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize= (empty: none)")
 
 option(VELORA_FUZZ "Build the fuzz targets of tests/fuzz (clang only)" OFF)
-option(VELORA_LOOSE_LINK "Let programs link while floors are still missing" OFF)
-
 add_library(velora_flags INTERFACE)
 target_compile_options(velora_flags INTERFACE
     -Wall -Wextra -Werror -fvisibility=hidden -fvisibility-inlines-hidden
@@ -29,9 +27,6 @@ function(velora_hosted_library target version_script)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS "${version_script}"
                           BUILD_RPATH_USE_ORIGIN ON INSTALL_RPATH "$ORIGIN")
     if(NOT VELORA_SANITIZE)  # a sanitizer's runtime wants the shared C++ runtime
-        target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
-        if(NOT VELORA_LOOSE_LINK)
-            target_link_options(${target} PRIVATE -Wl,--no-undefined)
-        endif()
+        target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--no-undefined)
     endif()
 endfunction()

@@ -213,6 +213,9 @@ class DiagnosticsTest(JvmTest):
     def check_other_requests(self, jdk):
         first = self.server()
         process = self.java(jdk, "OtherRequests", ps=first.address, stdin=subprocess.PIPE)
+        self.assertTrue(wait_until(lambda: first.objects("agent"), 60), process.err.read_text())
+        process.stdin.write(b"\n")
+        process.stdin.flush()
         self.assertTrue(wait_until(lambda: "first part done" in process.out.read_text(), 60), process.err.read_text())
         first.stop()
         self.check_calls(first, process.out.read_text().splitlines())

@@ -2,7 +2,7 @@
 
 import unittest
 
-from harness import JvmTest, jdks, wait_until
+from harness import TOMCAT, JvmTest, jdks, wait_until
 
 PREFIX = "com.kor.tessar.ruka.jvmpi."
 PLAIN = "(Ljava/lang/String;[BII)Ljava/lang/Class;"
@@ -51,6 +51,23 @@ class InjectorTest(JvmTest):
         pair = ("InheritedLoader", "PrivateLoader")
         self.assertLoaders(self.run_loaders(jdk, 49, *pair), ())
         self.assertLoaders(self.run_loaders(jdk, 48, *pair, switch="NO"), ())
+
+    def test_every_class_of_the_platform_and_the_container_passes_an_active_hook(self):
+        jars = sorted(str(jar) for jar in (TOMCAT / "lib").glob("*.jar"))
+        for release, jdk in jdks():
+            with self.subTest(jdk=release):
+                home = self.home(name=f"home{len(self.running)}")
+                (home / "etc" / "instrumentation.properties").write_text(
+                    f"{PREFIX}instrumentDefineClass = YES\n{PREFIX}classLoader.1 = {target('InheritedLoader')}\n"
+                    f"{PREFIX}proxy.1 = {target('PrivateLoader')}\n")
+                lines = []
+                for agent in ("none", "path"):
+                    program = self.java(jdk, "AllClasses", *jars, home=home, agent=agent, ps="127.0.0.1:1")
+                    self.assertTrue(wait_until(lambda: program.poll() is not None, 120), "the application hangs")
+                    self.assertEqual(0, program.returncode, program.err.read_text())
+                    lines.append(next(line for line in program.out.read_text().splitlines() if line.startswith("loaded")))
+                self.assertEqual(lines[0], lines[1])
+                self.assertGreater(int(lines[0].split()[1]), 7000)
 
 
 if __name__ == "__main__":

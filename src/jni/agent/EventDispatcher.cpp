@@ -26,7 +26,7 @@
 #include "transport/MemoryMonitor.h"
 
 std::atomic<bool> doingHeapDump{false};
-ClassLoadRecord class_load;
+thread_local ClassLoadRecord class_load;
 
 namespace {
 

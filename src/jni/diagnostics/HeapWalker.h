@@ -3,12 +3,15 @@
 // A record is a tag byte and its fields, without alignment, padding or a count in front; ids are 8
 // bytes, integers in the machine's order:
 //
-//     FF 05 07  id                                             roots: unknown, sticky class,
-//     monitor 01 04 06  id, pointer                                    roots: JNI global, native
-//     stack, thread 02 03     id, pointer, u4 frame                          roots: JNI local, Java
-//     frame 20        id, six ids, u4 instance size, i ids, u2 n, n x 11 bytes, static values 21 id
-//     object, id class, u4 length, values         instance 22        id array, u4 n, id class, n
-//     ids                object array 23        id array, u4 n, u1 type, n values primitive array
+// clang-format off
+//     FF 05 07     id                                                 roots: unknown, sticky class, monitor
+//     01 04 06     id, pointer                                        roots: JNI global, native stack, thread
+//     02 03        id, pointer, u4 frame                              roots: JNI local, Java frame
+//     20           id, six ids, u4 instance size, i ids, u2 n, n x 11 bytes, static values    class
+//     21           id object, id class, u4 length, values             instance
+//     22           id array, u4 n, id class, n ids                    object array
+//     23           id array, u4 n, u1 type, n values                  primitive array
+// clang-format on
 //
 // A class dump and an instance can only be stepped over when their class is known, so each class id
 // is resolved by asking the VM for its class-load event, once per analysis.

@@ -118,10 +118,10 @@ bool LockAgentMgr::destroyManagedLock(const char* id) {
     std::unique_ptr<char[]> name;
     std::unique_ptr<VelLock> lock;  // destroyed after localLock_ has been left
     const VelLockGuard hold(localLock_);
-    lock.reset(table_->get(const_cast<char*>(id)));
-    if (lock == nullptr) return false;
     // The table does not tell which of its keys it removes; id itself may be that key.
     const std::unique_ptr<char*[]> names(table_->getKeys());
+    lock.reset(table_->get(const_cast<char*>(id)));
+    if (lock == nullptr) return false;
     for (char** key = names.get(); *key != nullptr; ++key)
         if (std::strcmp(*key, id) == 0) name.reset(*key);
     return table_->remove(name.get());

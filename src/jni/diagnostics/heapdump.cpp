@@ -106,8 +106,13 @@ Summary takeSummary() {
 jint takeSnapshot(JNIEnv* env, jobject buffer) {
     if (const int refused = testHeapEnvironment(env); refused != 0) return refused;
     if (analysing.exchange(true, std::memory_order_acquire)) return kBusy;
-    const Summary summary = takeSummary();
-    analysing.store(false, std::memory_order_release);
+    Summary summary(nullptr, std::free);
+    {
+        struct Release {  // on a throw, too: else every later request would find one running
+            ~Release() { analysing.store(false, std::memory_order_release); }
+        } const release;
+        summary = takeSummary();
+    }
     if (summary == nullptr) return kDone;  // no memory for the text: nothing is appended
     if (buffer == nullptr) return kAppendFailed;
     return appendSummary(env, buffer, summary.get()) ? kDone : kAppendFailed;
@@ -165,9 +170,11 @@ std::int64_t availableMemory(const char* meminfo) {
 
 bool memoryCanHold(std::int64_t bytes, std::int64_t available) {
     if (bytes < 0 || (available != kUnknown && bytes > available)) return false;
-    void* const block = std::malloc(static_cast<std::size_t>(bytes));
+    // Volatile: a compiler may leave out memory that nobody uses, and the trial is the whole point.
+    void* volatile block = std::malloc(static_cast<std::size_t>(bytes));
+    const bool had = block != nullptr;
     std::free(block);
-    return block != nullptr || bytes == 0;
+    return had || bytes == 0;
 }
 
 int testHeapEnvironment(JNIEnv* env) {

@@ -174,7 +174,8 @@ char* getJavaCorePath() {
     bool found = false;
     char line[kLineSize];
     while (std::fgets(line, sizeof line, file.get()) != nullptr) {
-        line[std::strlen(line) - 1] = '\0';  // the last character, line end or not
+        // The last character, line end or not; a line may begin with a NUL.
+        if (const std::size_t length = std::strlen(line); length > 0) line[length - 1] = '\0';
         const char* const separator = std::strstr(line, kSeparator.data());
         if (separator == nullptr) continue;
         path = separator + kSeparator.size();

@@ -72,7 +72,6 @@ public:
     // Allocates `methods` for count entries (negative: none) and sets num_methods.
     void allocateMethods(int count);
 
-private:
 };
 
 extern std::atomic<jclass_t**>

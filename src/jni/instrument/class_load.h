@@ -15,10 +15,10 @@ struct ClassLoadRecord {
     jobjectID class_id = nullptr;
 };
 
-// One record for the process is enough: the VM delivers a requested event on the requesting thread
-// before the request returns, and one dump runs at a time. The dispatcher and the walker are
-// therefore the same thread.
-extern ClassLoadRecord class_load;
+// One record a thread: the VM delivers a requested event on the requesting thread before the
+// request returns, so the walker finds what its own request brought, and never a class that another
+// thread loads or asks for while the dump is being walked.
+extern thread_local ClassLoadRecord class_load;
 
 // True while a requested heap dump is processed: class-load events then only fill class_load.
 // Atomic because class-load events of other threads read it meanwhile.

@@ -8,7 +8,7 @@ import com.velora.probe.l3trace.BcmRuntime;
 import java.util.Arrays;
 
 /**
- * One of each kind of work that is not a servlet's, then, at every line on standard input, one more traced method. Ends
+ * At the first line, one of each kind of work that is not a servlet's, then, at every line on standard input, one more traced method. Ends
  * with its input.
  */
 public final class OtherRequests {
@@ -19,6 +19,7 @@ public final class OtherRequests {
         for (int i = 0; i < 200 && !ProbeController.isNativeProbeEnabled(); i++) {
             Thread.sleep(100);
         }
+        System.in.read(); // the test says when the connection is up: a flush does not wait for a server
         System.out.println("thread " + ThreadManager.getEnv());
         calls();
         correlated();
