@@ -94,7 +94,8 @@ class OutageTest(JvmTest):
 
     def test_what_is_queued_at_exit_still_leaves(self):
         ps = self.server()
-        program = self.java(self.jdk, "Load", 1, 500, 0, 0, home=self.home(), ps=ps.address)
+        # Half a second of load: the connection is up by then, the first packet is not due yet.
+        program = self.java(self.jdk, "Load", 1, 500, 1000, 0, home=self.home(), ps=ps.address)
         self.finished(program)
         self.assertTrue(wait_until(lambda: len(ps.requests()) == 500, 5),
                         f"{len(ps.requests())} of 500 requests arrived")

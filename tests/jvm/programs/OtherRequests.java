@@ -8,8 +8,8 @@ import com.velora.probe.l3trace.BcmRuntime;
 import java.util.Arrays;
 
 /**
- * At the first line, one of each kind of work that is not a servlet's, then, at every line on standard input, one more traced method. Ends
- * with its input.
+ * At the first line on standard input, one of each kind of work that is not a servlet's; at every further line, one more
+ * traced method. Ends with its input.
  */
 public final class OtherRequests {
     private static final byte ENTRY = 0;
