@@ -1,6 +1,7 @@
 #include "server/Options.h"
 
 #include <charconv>
+#include <optional>
 #include <string_view>
 
 namespace server {
@@ -10,6 +11,7 @@ const char* const kUsage =
     "send\n"
     "       velora-ps --dump FILE             print every record of a recorded stream\n"
     "       velora-ps --show FILE             print JSON lines of an earlier run as a table\n"
+    "       velora-ps --heap FILE             print a heap summary as a table, largest first\n"
     "\n"
     "  --listen HOST:PORT   where to listen (default 127.0.0.1:9520; port 0: any free port)\n"
     "  --port-file FILE     write the port number there once listening; removed at the end\n"
@@ -17,7 +19,8 @@ const char* const kUsage =
     "  --record FILE        save received bytes: first connection in FILE, others in FILE.2, ...\n"
     "  --help, --version    print this text, or the version\n"
     "\n"
-    "FILE may be - for standard input with --dump and --show. SIGTERM and SIGINT end the server.\n";
+    "FILE may be - for standard input with --dump, --show and --heap. SIGTERM and SIGINT end the\n"
+    "server.\n";
 
 namespace {
 
@@ -45,6 +48,14 @@ bool parseFormat(std::string_view text, Options& options) {
     return true;
 }
 
+// The task of an option that reads a file.
+std::optional<Options::Task> readingTask(std::string_view name) {
+    if (name == "--dump") return Options::Task::dump;
+    if (name == "--show") return Options::Task::show;
+    if (name == "--heap") return Options::Task::heap;
+    return std::nullopt;
+}
+
 std::string applyValue(std::string_view name, std::string_view value, Options& options) {
     const auto refused = [&](const char* expected) {
         return std::string(name) + " " + std::string(value) + ": " + expected;
@@ -55,9 +66,10 @@ std::string applyValue(std::string_view name, std::string_view value, Options& o
     if (value.empty()) return std::string(name) + " needs a file name";
     if (name == "--port-file") options.portFile = value;
     if (name == "--record") options.recordFile = value;
-    if (name == "--dump" || name == "--show") {
-        if (options.task != Options::Task::serve) return "only one of --dump and --show at a time";
-        options.task = name == "--dump" ? Options::Task::dump : Options::Task::show;
+    if (const auto reading = readingTask(name)) {
+        if (options.task != Options::Task::serve)
+            return "only one of --dump, --show and --heap at a time";
+        options.task = *reading;
         options.input = value;
     }
     return {};
@@ -79,7 +91,7 @@ std::string parseOptions(int count, const char* const* arguments, Options& optio
         const std::size_t equals = argument.find('=');  // --name=value, or --name value
         const std::string_view name = argument.substr(0, equals);
         if (name != "--listen" && name != "--port-file" && name != "--format" &&
-            name != "--record" && name != "--dump" && name != "--show")
+            name != "--record" && !readingTask(name))
             return "unknown option " + std::string(argument);
         std::string_view value;
         if (equals != std::string_view::npos) {

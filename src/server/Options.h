@@ -11,14 +11,14 @@ namespace server {
 struct Options {
     static constexpr std::uint16_t kDefaultPort = 9520;
 
-    enum class Task : std::uint8_t { serve, dump, show, help, version };
+    enum class Task : std::uint8_t { serve, dump, show, heap, help, version };
 
     Task task = Task::serve;
     std::string host = "127.0.0.1";
     std::uint16_t port = kDefaultPort;
     std::string portFile;    // empty: none
     std::string recordFile;  // empty: nothing is recorded
-    std::string input;       // dump and show: a path, "-" for standard input
+    std::string input;       // dump, show, heap: a path, "-" for standard input
     Format format = Format::table;
 };
 

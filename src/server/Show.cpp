@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "dc2ps/Text.h"
+#include "server/ExceptionNote.h"
 #include "server/JsonReader.h"
 #include "server/LockSentence.h"
 #include "server/RequestTable.h"
@@ -46,12 +47,26 @@ void appendObjectAsRow(std::string& out, const JsonObject& object) {
     appendTableRow(out, row);
 }
 
-void appendObjectAsLockStep(std::string& out, const JsonObject& object) {
-    out += "-- ";
-    for (const auto& [key, after] : {std::pair{"time", ' '}, {"node", '/'}, {"server", ' '}}) {
+void appendPlace(std::string& out, const JsonObject& object) {
+    for (const auto& [key, after] : {std::pair{"node", '/'}, {"server", ' '}}) {
         dc2ps::appendText(out, object[key], dc2ps::Escape::terminal);
         out += after;
     }
+}
+
+void appendObjectAsException(std::string& out, const JsonObject& object) {
+    out += "-- ";
+    appendPlace(out, object);
+    appendExceptionNote(
+        out, {object["exception"], object["class"], object["method"], object["stackTrace"]});
+    out += '\n';
+}
+
+void appendObjectAsLockStep(std::string& out, const JsonObject& object) {
+    out += "-- ";
+    dc2ps::appendText(out, object["time"], dc2ps::Escape::terminal);
+    out += ' ';
+    appendPlace(out, object);
     out += "lock: ";
     LockSentence step;
     step.kind = object["kind"];
@@ -113,6 +128,8 @@ std::size_t show(std::istream& in, LineSink& out) {
         } else if (type == "lock") {
             ++rows;
             appendObjectAsLockStep(buffer, *object);
+        } else if (type == "exception") {
+            appendObjectAsException(buffer, *object);
         } else if (!isForProgramsOnly(type)) {
             appendObjectAsNote(buffer, *object);
         }

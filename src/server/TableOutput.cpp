@@ -4,6 +4,7 @@
 
 #include "dc2ps/RecordPrinter.h"
 #include "dc2ps/Text.h"
+#include "server/ExceptionNote.h"
 #include "server/LockSentence.h"
 #include "server/RequestTable.h"
 
@@ -25,6 +26,19 @@ void appendCount(std::string& out, std::int64_t count, const char* what) {
     appendNumber(out, count);
     out += ' ';
     out += what;
+}
+
+void appendDrop(std::string& out, const dc2ps::Dropped& drop) {
+    out += "dropped on thread ";
+    appendNumber(out, std::uint64_t{drop.threadId});
+    out += ':';
+    appendCount(out, drop.requestStarts, "request starts");
+    appendCount(out, drop.requestEnds, "request ends");
+    appendCount(out, drop.methodStarts, "method entries");
+    appendCount(out, drop.methodEnds, "method exits");
+    appendCount(out, drop.sqlStarts, "SQL starts");
+    appendCount(out, drop.sqlEnds, "SQL ends");
+    if (out.back() == ':') out += " capture has stopped, nothing is counted until it resumes";
 }
 
 void appendOutcomes(std::string& out, const Statistics::Outcomes& counts, const char* what) {
@@ -207,22 +221,13 @@ void TableOutput::note(const Agent& agent, const dc2ps::Record& record) {
         std::holds_alternative<dc2ps::ClassUnload>(record) ||
         std::holds_alternative<dc2ps::PortalMethodName>(record))
         return;
-    const auto* drop = std::get_if<dc2ps::Dropped>(&record);
-    beginNote(agent, -1, drop ? "dropped on thread " : "");
-    if (!drop) {
+    beginNote(agent, -1, "");
+    if (const auto* drop = std::get_if<dc2ps::Dropped>(&record))
+        appendDrop(buffer_, *drop);
+    else if (const auto* e = std::get_if<dc2ps::Exception>(&record))
+        appendExceptionNote(buffer_, {e->exception, e->className, e->methodName, e->stackTrace});
+    else
         dc2ps::appendRecord(buffer_, record);
-        return endLine();
-    }
-    appendNumber(buffer_, std::uint64_t{drop->threadId});
-    buffer_ += ':';
-    appendCount(buffer_, drop->requestStarts, "request starts");
-    appendCount(buffer_, drop->requestEnds, "request ends");
-    appendCount(buffer_, drop->methodStarts, "method entries");
-    appendCount(buffer_, drop->methodEnds, "method exits");
-    appendCount(buffer_, drop->sqlStarts, "SQL starts");
-    appendCount(buffer_, drop->sqlEnds, "SQL ends");
-    if (buffer_.back() == ':')
-        buffer_ += " capture has stopped, nothing is counted until it resumes";
     endLine();
 }
 

@@ -1,5 +1,6 @@
 // The format for people: a table of requests and calls, and a line that begins with "--" for
-// everything else. Class records and portal method names are left out: they are for programs.
+// everything else; below the line of an exception stands its stack. Class records and portal method
+// names are left out: they are for programs.
 #pragma once
 
 #include <string>

@@ -8,6 +8,7 @@
 
 #include "server/Dump.h"
 #include "server/FdSink.h"
+#include "server/HeapTable.h"
 #include "server/Options.h"
 #include "server/PublishServer.h"
 #include "server/Show.h"
@@ -49,6 +50,11 @@ int run(const server::Options& options) {
             return withInput(options, [&](std::istream& in) {
                 server::show(in, out);
                 return 0;
+            });
+        case Task::heap:
+            return withInput(options, [&](std::istream& in) {
+                std::string wrong;
+                return server::showHeap(in, out, wrong) ? 0 : fail(wrong);
             });
         case Task::serve:
             break;

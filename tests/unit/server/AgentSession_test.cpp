@@ -162,6 +162,9 @@ TEST(Table, RowsAndSentences) {
         s.lines.with("garbage collection")[0],
         "-- 1970-01-01T00:00:10.000005Z nöde/tomcat garbage collection of 2.500 ms, 64 of 128 "
         "bytes in use");
+    EXPECT_NE(s.lines.text.find("-- nöde/tomcat exception Oops in C.m\n    at x\n        at y\n"),
+              std::string::npos)
+        << s.lines.text;
     EXPECT_EQ(s.lines.with("PSSTATUS")[0], "-- nöde/tomcat PSSTATUS status=\"line\\nbreak\"");
 }
 
@@ -325,6 +328,8 @@ TEST(Show, MakesTheTableOfJsonLines) {
     EXPECT_EQ(shown.with("servlet"), table.lines.with("servlet"));
     EXPECT_EQ(shown.with("select"), table.lines.with("select"));
     EXPECT_EQ(shown.with("lock: thread"), table.lines.with("lock: thread"));
+    EXPECT_EQ(shown.with("exception Oops"), table.lines.with("exception Oops"));
+    EXPECT_EQ(shown.with("    at "), table.lines.with("    at "));
     EXPECT_EQ(shown.with("left out: 1 lines").size(), 1u);
     EXPECT_EQ(shown.with("PSSTATUS").size() + shown.with("status=line\\nbreak").size(), 1u);
 }

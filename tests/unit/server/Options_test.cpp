@@ -53,6 +53,7 @@ TEST(Options, RefuseWhatTheyDoNotKnow) {
                                                            {"--dump"},
                                                            {"--port-file", ""},
                                                            {"--dump=a", "--show=b"},
+                                                           {"--show=a", "--heap=b"},
                                                            {"--format="}};
     for (const auto& arguments : refused) {
         Options options;

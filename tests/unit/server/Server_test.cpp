@@ -318,6 +318,19 @@ TEST_F(PublishServer, RecordsStreamsThatCanBeDumped) {
                   std::to_string(first.size() - 25) + "\n");
 }
 
+TEST_F(PublishServer, ShowsHeapSummaries) {
+    const fs::path summary = folder.path / "heap";
+    std::ofstream(summary) << "8,1\nC,8,100.0,1,100.0\nprimitive[],0,0.0,0,0.0\n";
+    Program cut({"--heap", summary.string()}, output);
+    EXPECT_EQ(cut.awaitEnd(), 1);
+    EXPECT_EQ(cut.said().rfind("velora-ps: the heap summary is cut off", 0), 0u) << cut.said();
+    EXPECT_EQ(contentOf(output), "");
+    std::ofstream(summary, std::ios::app) << "object[],0,0.0,0,0.0\n";
+    Program whole({"--heap", summary.string()}, output);
+    EXPECT_EQ(whole.awaitEnd(), 0) << whole.said();
+    EXPECT_NE(contentOf(output).find("8.0  C\n"), std::string::npos);
+}
+
 TEST_F(PublishServer, SaysWhyItCannotListen) {
     Program first(arguments(), output);
     const std::string taken = "127.0.0.1:" + std::to_string(first.awaitPort());
