@@ -21,6 +21,7 @@ namespace {
 
 constexpr char kSignature[] = "notifyClassLoadHookEvent(JVMPI_Event*)";
 constexpr ULONG kMagic = 0xCAFEBABE;
+constexpr int kMagicBytes = 4;
 constexpr int kHeaderBytes = 8;  // magic, minor and major version
 
 using PoolPtr = std::unique_ptr<ConstantPool, decltype(&freeConstantPool)>;
@@ -60,7 +61,21 @@ PoolPtr indexPool(const ClassData& data) {
 
 void reportCorrupt(const ClassData& data) {
     logMessage(msg::kClassFileCorrupt);
-    dumpClass("BadClass", 8, &data);
+    if (data.classData != nullptr && data.classDataLen > 0) dumpClass("BadClass", 8, &data);
+}
+
+// True for a class file of a version that the injector knows. Bytes too short to tell are corrupt.
+bool isCandidate(const ClassData& data) {
+    const int length = data.classData == nullptr ? 0 : data.classDataLen;
+    if (length >= kMagicBytes) {
+        if (const ULONG magic = readULONG(data.classData); magic != kMagic) {
+            logMessage(msg::kBadClassMagic, magic);
+            return false;
+        }
+        if (length >= kHeaderBytes) return isOldEnough(data.classData);
+    }
+    reportCorrupt(data);
+    return false;
 }
 
 // The class's own name, in slash form.
@@ -135,15 +150,7 @@ void handOver(const ClassData& rewritten, JVMPI_Event* event) {
 void inspect(JVMPI_Event* event) {
     auto& hook = event->u.class_load_hook;
     ClassData working{hook.class_data_len, hook.class_data};
-    if (working.classData == nullptr || working.classDataLen < kHeaderBytes) {
-        logMessage(msg::kClassFileCorrupt);
-        return;
-    }
-    if (const ULONG magic = readULONG(working.classData); magic != kMagic) {
-        logMessage(msg::kBadClassMagic, magic);
-        return;
-    }
-    if (!isOldEnough(working.classData)) return;
+    if (!isCandidate(working)) return;
     PoolPtr pool = indexPool(working);
     if (pool == nullptr) {
         reportCorrupt(working);

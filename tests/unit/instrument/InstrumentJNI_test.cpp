@@ -146,6 +146,8 @@ TEST_F(HookTest, AWrongMagicIsReported) {
     EXPECT_EQ(show(bytes), kUnchanged);
     ASSERT_EQ(qlog.messages(1181).size(), 1U);
     EXPECT_EQ(qlog.messages(1181)[0].text, "Bad class file magic FEBABE");
+    EXPECT_EQ(show(hex("00000001")), kUnchanged);
+    EXPECT_EQ(qlog.messages(1181).size(), 2U) << "four bytes are enough to tell";
 }
 
 TEST_F(HookTest, WithoutMemoryTheOldBytesAreHandedBack) {
@@ -245,8 +247,11 @@ TEST_F(DumpTest, ARewrittenClassIsWrittenUnderItsName) {
 TEST_F(DumpTest, ACorruptClassIsWrittenAsBadClass) {
     Bytes damaged = loaderClass("org/acme/Loader").build();
     damaged[10] = 15;  // the first tag
-    show(damaged);
-    EXPECT_EQ(fileBytes("x-BadClass.class"), damaged);
+    for (const Bytes& bytes : {damaged, hex("CAFEBABE 000300"), hex("CAFEBA")}) {
+        show(bytes);
+        EXPECT_EQ(fileBytes("x-BadClass.class"), bytes);
+    }
+    EXPECT_EQ(qlog.messages(1182).size(), 3U);
 }
 
 TEST_F(HookTest, InitDoneTurnsTheHookOffUnlessItHasWork) {
