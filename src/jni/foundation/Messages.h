@@ -95,6 +95,7 @@ struct Message {
     VEL_MESSAGE(kBadClassMagic, 1181, error, "Bad class file magic %0X")                                    \
     VEL_MESSAGE(kClassFileCorrupt, 1182, error, "Class file corrupt")                                       \
     VEL_MESSAGE(kInstrumentConfigBad, 1183, error, "Instrumentation configuration %s, line %d: %s. No class loader is instrumented") \
+    VEL_MESSAGE(kTargetSlotsUnfit, 1184, error, "Class %s stays as it is: the configured slots do not fit the %s method %s") \
     /* diagnostics */
 
 namespace msg {

@@ -14,6 +14,7 @@
 
 #include "agent/ProbeMgr.h"
 #include "foundation/Log.h"
+#include "instrument/ParameterSlots.h"
 
 namespace {
 
@@ -73,27 +74,8 @@ ParameterIndex parseSlots(const std::string& text) {
             parseSlot(parts[4])};
 }
 
-// The kind of value in each local slot of a method with these parameters: a letter, ' ' for the
-// second slot of a long or double.
-std::string slotKinds(const char* letters, bool isStatic) {
-    std::string kinds = isStatic ? "" : "A";
-    for (; letters[1] != '\0'; ++letters) {
-        kinds += *letters;
-        if (getOperandTypeSize(*letters) == 2) kinds += ' ';
-    }
-    return kinds;
-}
-
-bool slotsFit(const std::string& kinds, const ParameterIndex& at) {
-    const auto holds = [&](USHORT slot, char kind) {
-        return slot < kinds.size() && kinds[slot] == kind;
-    };
-    return holds(at.classLoader, 'A') && holds(at.className, 'A') && holds(at.byteArray, 'A') &&
-           holds(at.offset, 'I') && holds(at.length, 'I');
-}
-
-// The slots must hold what the wrapper takes from them, be the target an instance or a static
-// method: anything else would make the VM refuse the rewritten class.
+// Whether the target is an instance or a static method shows in the class alone, so slots that fit
+// either are taken here; instrumentDefineClass checks again.
 void checkSlots(const std::string& descriptor, const ParameterIndex& at) {
     const auto* const bytes = reinterpret_cast<const BYTE*>(descriptor.data());
     if (descriptor.size() > 65535 ||
@@ -104,9 +86,9 @@ void checkSlots(const std::string& descriptor, const ParameterIndex& at) {
     if (letters == nullptr) throw Malformed{"no memory"};
     if (letters.get()[std::strlen(letters.get()) - 1] != 'A')
         throw Malformed{"the target must return an object"};
-    const std::string instance = slotKinds(letters.get(), false);
-    if (instance.size() > kMostSlots) throw Malformed{"the target has too many parameters"};
-    if (!slotsFit(instance, at) && !slotsFit(slotKinds(letters.get(), true), at))
+    if (parameterSlots(descriptor, false) > kMostSlots)
+        throw Malformed{"the target has too many parameters"};
+    if (!slotsFit(descriptor, at, false) && !slotsFit(descriptor, at, true))
         throw Malformed{"the slots do not fit the descriptor"};
 }
 

@@ -8,6 +8,7 @@
 
 #include "foundation/Log.h"
 #include "instrument/InstrumentConfig.h"
+#include "instrument/ParameterSlots.h"
 #include "instrument/dumpclass.h"
 
 namespace {
@@ -130,6 +131,15 @@ USHORT ownDefinitionAccess(const Layout& layout, const PoolFindings& found) {
         method += getMemberLength(method);
     }
     return access;
+}
+
+// The configuration cannot know whether the class defines the target as a static method.
+bool slotsSuit(const DefineClassMethod& target, USHORT methodAccess) {
+    const bool isStatic = (methodAccess & kAccStatic) != 0;
+    if (slotsFit(target.methodDescriptor, target.parameterIndex, isStatic)) return true;
+    logMessage(msg::kTargetSlotsUnfit, target.fromClassName, isStatic ? "static" : "instance",
+               target.methodName);
+    return false;
 }
 
 void appendUtf8(BYTE** out, const char* prefix, const char* text) {
@@ -330,6 +340,7 @@ ClassData* instrumentDefineClass(const ClassData* original, const DefineClassMet
     const USHORT classAccess = readUSHORT(layout.access);
     const USHORT thisClass = readUSHORT(layout.access + 2);
     const USHORT methodAccess = ownDefinitionAccess(layout, found);
+    if (!slotsSuit(*target, methodAccess)) return nullptr;
     const MethodDataPtr body(
         generateWrapperMethod(classAccess, methodAccess, *target, static_cast<USHORT>(n + 8),
                               static_cast<USHORT>(n + 9)),

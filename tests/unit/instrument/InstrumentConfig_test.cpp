@@ -44,7 +44,8 @@ TEST_F(InstrumentConfigTest, ReadsEveryKey) {
     ASSERT_TRUE(load("# comment\n\n" KEY "instrumentDefineClass = yes\r\n" KEY
                      "dumpClasses=YES\n" KEY "dumpPath = /tmp/d/x-\n" KEY "classLoader.2 = " +
                      std::string(kTarget) + "\n" KEY "proxy = " + kTarget +
-                     "\n" KEY "classLoader.1=a.B c.D e ([BJIILjava/lang/Object;)La/B; 5,5,0,3,4"));
+                     "\n" KEY
+                     "classLoader.1=a.B c.D e ([BJIILa/L;Ljava/lang/String;)La/B; 5,6,0,3,4"));
     const InstrumentConfig& config = instrumentConfig();
     EXPECT_TRUE(config.instrumentDefineClass);
     EXPECT_TRUE(config.dumpClasses);
@@ -118,6 +119,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"noDescriptor", KEY "proxy = a b c [BII 0,0,1,2,3", "no method descriptor"},
         BadLine{"returnsNothing", KEY "proxy = a b c ([BII)V 0,0,1,2,3", "must return an object"},
         BadLine{"intAsArray", KEY "proxy = a b c ([BII)La; 0,0,2,1,3", "do not fit"},
+        BadLine{"anObjectAsName", KEY "proxy = a b c (Ljava/lang/Object;[BII)La; 0,1,2,3,4",
+                "do not fit"},
+        BadLine{"otherArray", KEY "proxy = a b c (Ljava/lang/String;[CII)La; 0,1,2,3,4",
+                "do not fit"},
         BadLine{"intoASecondHalf", KEY "proxy = a b c (J[BII)La; 0,2,3,4,5", "do not fit"}),
     [](const auto& info) { return std::string(info.param.rule); });
 

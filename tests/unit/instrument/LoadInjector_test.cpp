@@ -218,6 +218,28 @@ TEST(LoadInjectorVariants, AClassWithNothingToRewriteIsLeftAlone) {
     EXPECT_FALSE(rewrite(shorterName.build()).done);
 }
 
+// The wrapper would take this for the loader, or an int for the bytes, and the VM would refuse it.
+TEST(LoadInjectorVariants, SlotsOfTheOtherKindOfMethodLeaveTheClassAlone) {
+    struct Case {
+        const char* rule;
+        int methodAccess;
+        const char* descriptor;
+        ParameterIndex slots;
+        bool done;
+    };
+    constexpr char kStatic[] = "(Ljava/lang/ClassLoader;Ljava/lang/String;[BII)Ljava/lang/Class;";
+    for (const Case& c : {Case{"static", 8, kStatic, {0, 1, 2, 3, 4}, true},
+                          Case{"instanceHere", 1, kStatic, {0, 1, 2, 3, 4}, false},
+                          Case{"inherited", -1, kStatic, {0, 1, 2, 3, 4}, false},
+                          Case{"instance", 1, kStatic, {1, 2, 3, 4, 5}, true},
+                          Case{"staticHere", 8, kStatic, {1, 2, 3, 4, 5}, false}})
+        EXPECT_EQ(rewrite(build({0x21, c.methodAccess, c.descriptor}).bytes,
+                          target(c.descriptor, c.slots))
+                      .done,
+                  c.done)
+            << c.rule;
+}
+
 TEST(LoadInjectorVariants, AFullConstantPoolHasNoRoom) {
     for (const unsigned free : {9U, 10U}) {
         ClassFileBuilder builder;
