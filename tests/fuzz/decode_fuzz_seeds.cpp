@@ -4,7 +4,7 @@
 #include <fstream>
 #include <string>
 
-#include "RecordCases.h"
+#include "support/GoldenRecords.h"
 #include "support/WireWriter.h"
 
 namespace {
@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
     const std::filesystem::path folder = argv[1];
     std::filesystem::create_directories(folder);
     byhand::Writer all;
-    for (const RecordCase& each : recordCases()) {
+    for (const GoldenRecord& each : goldenRecords()) {
         const byhand::Bytes record = byhand::hex(each.hex);
         write(folder / each.name, byhand::joined({byhand::initPacket(), byhand::packet({record})}));
         all.raw(record);
@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
     write(folder / "all", byhand::Writer()
                               .raw(byhand::initPacket())
                               .u8(0)
-                              .u32(static_cast<std::uint32_t>(recordCases().size()))
+                              .u32(static_cast<std::uint32_t>(goldenRecords().size()))
                               .trailer()
                               .raw(all.done())
                               .done());

@@ -5,8 +5,8 @@
 #include <array>
 #include <string>
 
-#include "RecordCases.h"
 #include "dc2ps/RecordPrinter.h"
+#include "support/GoldenRecords.h"
 #include "support/WireWriter.h"
 
 using namespace dc2ps;
@@ -21,7 +21,7 @@ std::string lineOf(const Record& record) {
     return line;
 }
 
-class EveryRecord : public testing::TestWithParam<RecordCase> {};
+class EveryRecord : public testing::TestWithParam<GoldenRecord> {};
 
 TEST_P(EveryRecord, IsDecodedFromItsBytes) {
     const byhand::Bytes bytes = hex(GetParam().hex);
@@ -56,12 +56,12 @@ TEST_P(EveryRecord, IsGarbageWithoutItsTrailer) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, EveryRecord, testing::ValuesIn(recordCases()),
+INSTANTIATE_TEST_SUITE_P(Kinds, EveryRecord, testing::ValuesIn(goldenRecords()),
                          [](const auto& c) { return std::string(c.param.name); });
 
 TEST(RecordDecoder, KnowsTheTypesOfTheTableAndNoOthers) {
     std::array<bool, 256> inTable{};
-    for (const RecordCase& each : recordCases()) inTable[hex(each.hex)[0]] = true;
+    for (const GoldenRecord& each : goldenRecords()) inTable[hex(each.hex)[0]] = true;
     for (unsigned type = 0; type < 256; ++type) {
         const byhand::Bytes bytes = {static_cast<std::uint8_t>(type)};
         RecordDecoder decoder;

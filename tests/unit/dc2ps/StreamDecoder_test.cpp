@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "RecordCases.h"
 #include "dc2ps/RecordPrinter.h"
+#include "support/GoldenRecords.h"
 #include "support/WireBytes.h"
 #include "support/WireWriter.h"
 
@@ -52,8 +52,8 @@ FeedResult feedInPieces(StreamDecoder& decoder, const byhand::Bytes& stream, std
 // One packet with every kind of record.
 byhand::Bytes bigPacket() {
     byhand::Writer packet;
-    packet.u8(0).u32(static_cast<std::uint32_t>(recordCases().size())).trailer();
-    for (const RecordCase& each : recordCases()) packet.raw(hex(each.hex));
+    packet.u8(0).u32(static_cast<std::uint32_t>(goldenRecords().size())).trailer();
+    for (const GoldenRecord& each : goldenRecords()) packet.raw(hex(each.hex));
     return packet.done();
 }
 
@@ -61,7 +61,7 @@ byhand::Bytes bigPacket() {
 byhand::Bytes everything() {
     byhand::Writer stream;
     stream.raw(byhand::initPacket());
-    for (const RecordCase& each : recordCases()) stream.raw(byhand::packet({hex(each.hex)}));
+    for (const GoldenRecord& each : goldenRecords()) stream.raw(byhand::packet({hex(each.hex)}));
     return stream.raw(bigPacket()).done();
 }
 
@@ -71,7 +71,7 @@ TEST(StreamDecoder, DecodesTheSameHoweverTheStreamIsCut) {
     const FeedResult result = StreamDecoder().feed(stream, whole);
     ASSERT_EQ(result.status, Status::ok) << result.offset << ": " << result.reason;
     EXPECT_EQ(result.offset, stream.size());
-    EXPECT_EQ(whole.lines.size(), 3 + 3 * recordCases().size());
+    EXPECT_EQ(whole.lines.size(), 3 + 3 * goldenRecords().size());
     for (const std::size_t size : {1, 2, 3, 5, 7, 16, 61, 1000}) {
         Lines cut;
         StreamDecoder decoder;
