@@ -14,7 +14,6 @@ using fakejni::Field;
 using fakejni::Kind;
 using fakejni::Object;
 using fakejni::Ref;
-using fakejni::Slot;
 using fakejni::Type;
 
 namespace fakejni {
@@ -93,9 +92,18 @@ Object* FakeJni::State::newString(std::u16string text) {
     return made;
 }
 
+Object* FakeJni::State::newArray(const char* type, const void* values, std::size_t width,
+                                 std::size_t count) {
+    Object* const made = newObject(this->type(type));
+    made->length = static_cast<jsize>(count);
+    made->raw.resize(count * width);
+    if (values != nullptr && count != 0) std::memcpy(made->raw.data(), values, made->raw.size());
+    return made;
+}
+
 Ref* FakeJni::State::newRef(Object* target, Kind kind, Env* env) {
     if (target == nullptr) return nullptr;
-    refs.push_back({target, kind, env, true, env == nullptr ? 0 : env->frame});
+    refs.push_back({target, kind, env});
     Ref* const ref = &refs.back();
     if (kind == Kind::local) {
         env->locals.insert(ref);
@@ -134,7 +142,6 @@ bool FakeJni::State::enter(Env* env, const char* function, bool pendingAllowed) 
 }
 
 FakeJni::FakeJni(FakeJvmpi& vm) : state_(std::make_unique<State>()) {
-    state_->vm = vm.vm();
     // Class before Object: the first mirrors are given their type afterwards.
     Type* const classType = state_->define("java/lang/Class", "java/lang/Class");
     Type* const objectType = state_->define("java/lang/Object", "java/lang/Object");
@@ -174,10 +181,9 @@ void FakeJni::bindThread(JNIEnv* env) {
 
 FakeJni::Class& FakeJni::Class::method(std::string_view name, std::string_view signature,
                                        Body body) {
-    auto* const type = static_cast<Type*>(type_);
     const std::lock_guard hold(jni_->state_->lock);
-    type->methods.push_back(
-        {type, std::string(name), std::string(signature), false, std::move(body)});
+    static_cast<Type*>(type_)->methods.push_back(
+        {std::string(name), std::string(signature), false, std::move(body)});
     return *this;
 }
 
@@ -188,25 +194,12 @@ FakeJni::Class& FakeJni::Class::staticMethod(std::string_view name, std::string_
     return *this;
 }
 
-FakeJni::Class& FakeJni::Class::constructor(std::string_view signature, Body body) {
-    return method("<init>", signature, std::move(body));
-}
-
-FakeJni::Class& FakeJni::Class::field(std::string_view name, std::string_view signature) {
-    auto* const type = static_cast<Type*>(type_);
-    const std::lock_guard hold(jni_->state_->lock);
-    type->fields.push_back({type, std::string(name), std::string(signature), false, {}});
-    return *this;
-}
-
 FakeJni::Class& FakeJni::Class::staticField(std::string_view name, std::string_view signature,
                                             jvalue value) {
-    field(name, signature);
     const std::lock_guard hold(jni_->state_->lock);
-    Field& made = static_cast<Type*>(type_)->fields.back();
-    made.isStatic = true;
-    made.value.plain = value;
-    if (made.isObject()) made.value.object = jni_->state_->target(value.l, "staticField");
+    Field made{std::string(name), std::string(signature), value};
+    if (made.isObject()) made.object = jni_->state_->target(value.l, "staticField");
+    static_cast<Type*>(type_)->fields.push_back(std::move(made));
     return *this;
 }
 
@@ -228,16 +221,6 @@ jclass FakeJni::classRef(std::string_view name) {
     const std::lock_guard hold(state_->lock);
     Type* const type = state_->type(name);
     return static_cast<jclass>(callerRef(*state_, type == nullptr ? nullptr : type->mirror));
-}
-
-jvalue FakeJni::staticField(std::string_view className, std::string_view field) {
-    const std::lock_guard hold(state_->lock);
-    if (Type* const type = state_->type(className); type != nullptr)
-        for (Field& candidate : type->fields)
-            if (candidate.isStatic && candidate.name == field)
-                return candidate.isObject() ? of(callerRef(*state_, candidate.value.object))
-                                            : candidate.value.plain;
-    return none();
 }
 
 jstring FakeJni::string(std::string_view modifiedUtf8) {
@@ -270,41 +253,16 @@ jobjectArray FakeJni::objectArray(const std::vector<jobject>& elements) {
     return static_cast<jobjectArray>(callerRef(*state_, array));
 }
 
-namespace {
-
-template <typename T>
-jobject primitiveArray(FakeJni::State& state, const char* type, const std::vector<T>& values) {
-    const std::lock_guard hold(state.lock);
-    Object* const array = state.newObject(state.type(type));
-    array->length = static_cast<jsize>(values.size());
-    array->width = sizeof(T);
-    array->raw.resize(values.size() * sizeof(T));
-    if (!values.empty()) std::memcpy(array->raw.data(), values.data(), array->raw.size());
-    return callerRef(state, array);
-}
-
-}  // namespace
-
 jbyteArray FakeJni::byteArray(const std::vector<std::uint8_t>& bytes) {
-    return static_cast<jbyteArray>(primitiveArray(*state_, "[B", bytes));
+    const std::lock_guard hold(state_->lock);
+    return static_cast<jbyteArray>(
+        callerRef(*state_, state_->newArray("[B", bytes.data(), 1, bytes.size())));
 }
 
 jintArray FakeJni::intArray(const std::vector<jint>& values) {
-    return static_cast<jintArray>(primitiveArray(*state_, "[I", values));
-}
-
-void FakeJni::setField(jobject object, std::string_view field, jvalue value) {
     const std::lock_guard hold(state_->lock);
-    Object* const target = state_->target(object, "setField");
-    for (Type* type = target->type; type != nullptr; type = type->super)
-        for (const Field& candidate : type->fields)
-            if (!candidate.isStatic && candidate.name == field) {
-                Slot& slot = target->fields[&candidate];
-                slot.plain = value;
-                if (candidate.isObject()) slot.object = state_->target(value.l, "setField");
-                return;
-            }
-    state_->violation("setField of an unknown field " + std::string(field));
+    return static_cast<jintArray>(
+        callerRef(*state_, state_->newArray("[I", values.data(), sizeof(jint), values.size())));
 }
 
 std::string FakeJni::text(jobject string) const {
@@ -333,12 +291,6 @@ std::vector<std::string> FakeJni::texts(jobject array) const {
         for (const Object* element : target->elements)
             out.push_back(element == nullptr ? "<null>" : fakejni::toModifiedUtf8(element->text));
     return out;
-}
-
-std::string FakeJni::className(jobject object) const {
-    const std::lock_guard hold(state_->lock);
-    const Object* const target = state_->target(object, "className");
-    return target == nullptr ? "" : target->type->name;
 }
 
 void FakeJni::throwNow(JNIEnv* env, std::string_view className, std::string_view message) {
@@ -409,7 +361,6 @@ void FakeJni::returnToJava(JNIEnv* env) {
     for (Ref* ref : mine->locals) ref->alive = false;
     mine->locals.clear();
     mine->peak = 0;
-    mine->frame = 0;
 }
 
 std::vector<std::string> FakeJni::leaks() const {
@@ -422,16 +373,12 @@ std::vector<std::string> FakeJni::leaks() const {
             out.push_back("pending " + env.pending->type->name + ": " +
                           fakejni::toModifiedUtf8(env.pending->text));
     }
-    for (const auto& [memory, lent] : state_->lent) out.push_back("unreleased " + lent.how);
+    for (std::size_t i = 0; i < state_->lent.size(); ++i)
+        out.push_back("unreleased GetStringUTFChars");
     return out;
 }
 
 std::vector<std::string> FakeJni::violations() const {
     const std::lock_guard hold(state_->lock);
     return state_->violations;
-}
-
-void FakeJni::clearViolations() {
-    const std::lock_guard hold(state_->lock);
-    state_->violations.clear();
 }

@@ -36,19 +36,15 @@ public:
     FakeJni& operator=(const FakeJni&) = delete;
 
     // --- threads
-    // ------------------------------------------------------------------------------------
     JNIEnv* env();                 // the thread that made this object
     JNIEnv* newEnv();              // one more Java thread's
     void bindThread(JNIEnv* env);  // GetEnv on the calling thread answers this from now on
 
     // --- classes
-    // ------------------------------------------------------------------------------------
     class Class {
     public:
         Class& method(std::string_view name, std::string_view signature, Body body);
         Class& staticMethod(std::string_view name, std::string_view signature, Body body);
-        Class& constructor(std::string_view signature, Body body);
-        Class& field(std::string_view name, std::string_view signature);
         Class& staticField(std::string_view name, std::string_view signature, jvalue value);
 
     private:
@@ -60,7 +56,6 @@ public:
     // Slash form. Classes that were never defined are not found; java/lang/ has its usual few.
     Class defineClass(std::string_view name, std::string_view superName = "java/lang/Object");
     jclass classRef(std::string_view name);
-    jvalue staticField(std::string_view className, std::string_view field);
 
     static jvalue none() { return jvalue{}; }
     static jvalue of(jobject v) {
@@ -78,19 +73,8 @@ public:
         r.j = v;
         return r;
     }
-    static jvalue of(bool v) {
-        jvalue r{};
-        r.z = v ? JNI_TRUE : JNI_FALSE;
-        return r;
-    }
-    static jvalue of(jdouble v) {
-        jvalue r{};
-        r.d = v;
-        return r;
-    }
 
     // --- objects
-    // ------------------------------------------------------------------------------------
     jstring string(std::string_view modifiedUtf8);
     jstring string(std::u16string_view text);
     jobject object(std::string_view className);
@@ -98,16 +82,13 @@ public:
     jobjectArray objectArray(const std::vector<jobject>& elements);
     jbyteArray byteArray(const std::vector<std::uint8_t>& bytes);
     jintArray intArray(const std::vector<jint>& values);
-    void setField(jobject object, std::string_view field, jvalue value);
 
     [[nodiscard]] std::string text(jobject string) const;  // modified UTF-8; "" for null
     [[nodiscard]] std::vector<std::uint8_t> bytes(jobject array) const;
     [[nodiscard]] std::vector<jint> ints(jobject array) const;
     [[nodiscard]] std::vector<std::string> texts(jobject array) const;  // null elements: "<null>"
-    [[nodiscard]] std::string className(jobject object) const;
 
     // --- exceptions
-    // ---------------------------------------------------------------------------------
     void throwNow(JNIEnv* env, std::string_view className, std::string_view message = "");
     [[nodiscard]] std::string pending(JNIEnv* env) const;  // its class, "" when there is none
     void clearPending(JNIEnv* env);
@@ -115,16 +96,14 @@ public:
         const;  // "class: message" per ExceptionDescribe
 
     // The nth call (1: the next) of that JNI function from now on fails as for lack of memory.
-    // Known: FindClass, GetMethodID, GetStaticMethodID, GetFieldID, GetStaticFieldID, NewStringUTF,
-    // NewString, GetStringUTFChars, GetStringChars, NewGlobalRef, NewLocalRef, NewObject,
-    // NewObjectArray, New<T>Array, Get<T>ArrayElements, PushLocalFrame.
+    // Known: FindClass, GetMethodID, GetStaticMethodID, GetStaticFieldID, NewGlobalRef,
+    // NewStringUTF, GetStringUTFChars, NewObjectArray, New<T>Array.
     void fail(std::string_view function, int nth = 1);
 
     // Whether GetStringUTFRegion writes a closing zero: today's VMs do, nothing promises it.
     void closeRegions(bool close);
 
     // --- what was done
-    // ------------------------------------------------------------------------------
     struct Registration {
         std::string className, name, signature;
         void* function;
@@ -144,7 +123,6 @@ public:
     // clean.
     [[nodiscard]] std::vector<std::string> leaks() const;
     [[nodiscard]] std::vector<std::string> violations() const;
-    void clearViolations();
 
     struct State;  // shared with the function table
 

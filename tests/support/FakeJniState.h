@@ -22,24 +22,18 @@ struct Type;
 struct Object;
 
 struct Method {
-    Type* type;
     std::string name, signature;
     bool isStatic;
     FakeJni::Body body;
 };
 
-struct Slot {
+struct Field {  // static, as all that the collector reads
+    std::string name, signature;
     jvalue plain{};
     Object* object = nullptr;
-};
+    static constexpr bool isStatic = true;
 
-struct Field {
-    Type* type;
-    std::string name, signature;
-    bool isStatic;
-    Slot value;  // of a static field
-
-    [[nodiscard]] bool isObject() const { return signature[0] == 'L' || signature[0] == '['; }
+    [[nodiscard]] bool isObject() const { return signature[0] == 'L'; }
 };
 
 struct Type {
@@ -56,12 +50,10 @@ struct Object {
     std::u16string text;            // of a string; the message of a throwable
     std::vector<Object*> elements;  // of an object array
     std::vector<std::uint8_t> raw;  // of a primitive array, in machine order
-    std::size_t width = 0;          // bytes of one element of raw
     jsize length = -1;              // of an array; -1: not one
-    std::map<const Field*, Slot> fields;
 };
 
-enum class Kind { caller, local, global, weak };
+enum class Kind { caller, local, global };
 
 struct Env;
 
@@ -71,7 +63,6 @@ struct Ref {
     Kind kind;
     Env* env;  // of a local reference
     bool alive = true;
-    int frame = 0;  // PushLocalFrame depth it was made in
 };
 
 struct Env : JNIEnv_ {
@@ -79,14 +70,12 @@ struct Env : JNIEnv_ {
     Object* pending = nullptr;
     std::set<Ref*> locals;
     std::size_t peak = 0;
-    int frame = 0;
 };
 
-// Memory handed out by GetStringUTFChars, Get<T>ArrayElements ...
+// The characters handed out by GetStringUTFChars.
 struct Lent {
-    std::string how;
     Object* object;
-    std::unique_ptr<std::uint8_t[]> memory;
+    std::unique_ptr<char[]> memory;
 };
 
 std::string toModifiedUtf8(std::u16string_view text);
@@ -97,7 +86,6 @@ const JNINativeInterface_* functionTable();
 
 struct FakeJni::State {
     mutable std::recursive_mutex lock;  // guards everything below; not held while bodies run
-    JavaVM* vm = nullptr;
     std::deque<fakejni::Env> envs;
     std::map<std::thread::id, fakejni::Env*> threads;
     std::map<std::string, std::unique_ptr<fakejni::Type>, std::less<>> types;
@@ -117,6 +105,9 @@ struct FakeJni::State {
     fakejni::Type* define(std::string_view name, std::string_view superName);
     fakejni::Object* newObject(fakejni::Type* type);
     fakejni::Object* newString(std::u16string text);
+    // Zeroes when values is null.
+    fakejni::Object* newArray(const char* type, const void* values, std::size_t width,
+                              std::size_t count);
     fakejni::Ref* newRef(fakejni::Object* target, fakejni::Kind kind, fakejni::Env* env);
     fakejni::Object* target(jobject ref, const char* function);  // null, and a violation when stale
     void throwOn(fakejni::Env* env, std::string_view className, std::string_view message);

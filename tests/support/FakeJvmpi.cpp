@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <thread>
@@ -58,49 +59,24 @@ struct FakeJvmpi::Functions {
         trace->num_frames = 0;
         if (living().onCallTrace) living().onCallTrace(trace, depth);
     }
-    static void profilerExit(jint code) {
-        FakeJvmpi& fake = living();
-        const std::lock_guard hold(fake.lock_);
-        fake.exits_.push_back(code);
-    }
     static JVMPI_RawMonitor create(char* name) { return living().create(name); }
     static void enter(JVMPI_RawMonitor handle) { living().enter(handle); }
     static void exit(JVMPI_RawMonitor handle) { living().exit(handle); }
     static void wait(JVMPI_RawMonitor handle, jlong ms) { living().wait(handle, ms); }
     static void notifyAll(JVMPI_RawMonitor handle) { living().notifyAll(handle); }
     static void destroy(JVMPI_RawMonitor handle) { living().destroy(handle); }
-    static jlong cpuTime() { return living().onCpuTime ? living().onCpuTime() : 0; }
-    static void suspendThread(JNIEnv*) {}
-    static void resumeThread(JNIEnv*) {}
     static jint threadStatus(JNIEnv* env) {
         return living().onThreadStatus ? living().onThreadStatus(env) : JVMPI_THREAD_RUNNABLE;
     }
-    static jboolean threadHasRun(JNIEnv*) { return JNI_TRUE; }
-    static jint createSystemThread(char*, jint, void (*)(void*)) { return JNI_ERR; }
-    static void setThreadLocal(JNIEnv* env, void* value) {
-        FakeJvmpi& fake = living();
-        const std::lock_guard hold(fake.lock_);
-        fake.threadLocals_[env] = value;
-    }
-    static void* getThreadLocal(JNIEnv* env) {
-        FakeJvmpi& fake = living();
-        const std::lock_guard hold(fake.lock_);
-        const auto found = fake.threadLocals_.find(env);
-        return found == fake.threadLocals_.end() ? nullptr : found->second;
-    }
-    static void disableGc() { ++living().gcDisabled_; }
-    static void enableGc() { --living().gcDisabled_; }
-    static void runGc() { ++living().gcRuns_; }
     static jobjectID threadObject(JNIEnv* env) {
         return living().onThreadObject ? living().onThreadObject(env) : nullptr;
     }
     static jobjectID methodClass(jmethodID method) {
         return living().onMethodClass ? living().onMethodClass(method) : nullptr;
     }
-    static jobject toObject(jobjectID id) { return reinterpret_cast<jobject>(id); }
-    static jobjectID toId(jobject object) { return reinterpret_cast<jobjectID>(object); }
-    static void suspendList(jint count, JNIEnv**, jint* results) {
-        for (jint i = 0; i < count; ++i) results[i] = JNI_OK;
+    static void missing() {
+        std::fputs("a function was called that FakeJvmpi does not offer\n", stderr);
+        std::abort();
     }
 
     static jint JNICALL getEnv(JavaVM*, void** answer, jint version) {
@@ -116,48 +92,30 @@ struct FakeJvmpi::Functions {
         *answer = env;
         return env == nullptr ? JNI_EDETACHED : JNI_OK;
     }
-    static jint JNICALL attach(JavaVM* vm, void** answer, void*) {
-        return getEnv(vm, answer, JNI_VERSION_1_6);
-    }
-    static jint JNICALL noArguments(JavaVM*) { return JNI_OK; }
 };
 
 FakeJvmpi::FakeJvmpi() : serial_(++serials) {
+    auto* const slots = reinterpret_cast<char*>(&interface_);
+    for (std::size_t i = 0; i < sizeof interface_ / sizeof(void*); ++i) {
+        void (*const entry)() = Functions::missing;
+        std::memcpy(slots + i * sizeof(void*), &entry, sizeof entry);
+    }
     interface_.version = JVMPI_VERSION_1;
+    interface_.NotifyEvent = nullptr;
     interface_.EnableEvent = Functions::enableEvent;
     interface_.DisableEvent = Functions::disableEvent;
     interface_.RequestEvent = Functions::requestEvent;
     interface_.GetCallTrace = Functions::getCallTrace;
-    interface_.ProfilerExit = Functions::profilerExit;
     interface_.RawMonitorCreate = Functions::create;
     interface_.RawMonitorEnter = Functions::enter;
     interface_.RawMonitorExit = Functions::exit;
     interface_.RawMonitorWait = Functions::wait;
     interface_.RawMonitorNotifyAll = Functions::notifyAll;
     interface_.RawMonitorDestroy = Functions::destroy;
-    interface_.GetCurrentThreadCpuTime = Functions::cpuTime;
-    interface_.SuspendThread = Functions::suspendThread;
-    interface_.ResumeThread = Functions::resumeThread;
     interface_.GetThreadStatus = Functions::threadStatus;
-    interface_.ThreadHasRun = Functions::threadHasRun;
-    interface_.CreateSystemThread = Functions::createSystemThread;
-    interface_.SetThreadLocalStorage = Functions::setThreadLocal;
-    interface_.GetThreadLocalStorage = Functions::getThreadLocal;
-    interface_.DisableGC = Functions::disableGc;
-    interface_.EnableGC = Functions::enableGc;
-    interface_.RunGC = Functions::runGc;
     interface_.GetThreadObject = Functions::threadObject;
     interface_.GetMethodClass = Functions::methodClass;
-    interface_.jobjectID2jobject = Functions::toObject;
-    interface_.jobject2jobjectID = Functions::toId;
-    interface_.SuspendThreadList = Functions::suspendList;
-    interface_.ResumeThreadList = Functions::suspendList;
-
-    vmFunctions_.DestroyJavaVM = Functions::noArguments;
-    vmFunctions_.AttachCurrentThread = Functions::attach;
-    vmFunctions_.DetachCurrentThread = Functions::noArguments;
     vmFunctions_.GetEnv = Functions::getEnv;
-    vmFunctions_.AttachCurrentThreadAsDaemon = Functions::attach;
     vm_.functions = &vmFunctions_;
 
     FakeJvmpi* none = nullptr;
@@ -202,8 +160,7 @@ JVMPI_RawMonitor FakeJvmpi::create(const char* name) {
         const std::lock_guard hold(lock_);
         ++counts_.create;
         note("create " + std::string(name));
-        if (failEveryCreate_ || (createsUntilFailure_ > 0 && --createsUntilFailure_ == 0))
-            return nullptr;
+        if (createsUntilFailure_ > 0 && --createsUntilFailure_ == 0) return nullptr;
     }
     auto& all = Monitor::all();
     const std::lock_guard hold(all.lock);
@@ -334,24 +291,18 @@ jint availability(jint type) {
 
 }  // namespace
 
-jint FakeJvmpi::enableEvent(jint type, void* arg) {
-    {
-        const std::lock_guard hold(lock_);
-        eventCalls_.emplace_back("enable", type);
-    }
-    const jint result = onEnable ? onEnable(type, arg) : availability(type);
+jint FakeJvmpi::enableEvent(jint type, void*) {
     const std::lock_guard hold(lock_);
+    eventCalls_.emplace_back("enable", type);
+    const jint result = availability(type);
     if (result == JVMPI_SUCCESS) enabled_.insert(type);
     return result;
 }
 
-jint FakeJvmpi::disableEvent(jint type, void* arg) {
-    {
-        const std::lock_guard hold(lock_);
-        eventCalls_.emplace_back("disable", type);
-    }
-    const jint result = onDisable ? onDisable(type, arg) : availability(type);
+jint FakeJvmpi::disableEvent(jint type, void*) {
     const std::lock_guard hold(lock_);
+    eventCalls_.emplace_back("disable", type);
+    const jint result = availability(type);
     if (result == JVMPI_SUCCESS) enabled_.erase(type);
     return result;
 }
@@ -382,31 +333,11 @@ void FakeJvmpi::failCreate(int nth) {
     createsUntilFailure_ = nth;
 }
 
-void FakeJvmpi::failEveryCreate(bool fail) {
-    const std::lock_guard hold(lock_);
-    failEveryCreate_ = fail;
-}
-
-FakeJvmpi::Counts FakeJvmpi::counts() const {
-    const std::lock_guard hold(lock_);
-    return counts_;
-}
-
 void FakeJvmpi::resetCounts() {
     const std::lock_guard hold(lock_);
     counts_ = {};
     waitedMs_ = 0;
     endlessWaits_ = 0;
-}
-
-std::int64_t FakeJvmpi::waitedMs() const {
-    const std::lock_guard hold(lock_);
-    return waitedMs_;
-}
-
-long FakeJvmpi::endlessWaits() const {
-    const std::lock_guard hold(lock_);
-    return endlessWaits_;
 }
 
 std::vector<std::string> FakeJvmpi::heldMonitors() const {
@@ -435,29 +366,4 @@ void FakeJvmpi::recordCalls(bool on) {
     const std::lock_guard hold(lock_);
     recording_ = on;
     if (on) calls_.clear();
-}
-
-std::vector<std::string> FakeJvmpi::calls() const {
-    const std::lock_guard hold(lock_);
-    return calls_;
-}
-
-std::vector<std::pair<std::string, jint>> FakeJvmpi::eventCalls() const {
-    const std::lock_guard hold(lock_);
-    return eventCalls_;
-}
-
-std::vector<jint> FakeJvmpi::profilerExits() const {
-    const std::lock_guard hold(lock_);
-    return exits_;
-}
-
-std::vector<std::string> FakeJvmpi::violations() const {
-    const std::lock_guard hold(lock_);
-    return violations_;
-}
-
-void FakeJvmpi::clearViolations() {
-    const std::lock_guard hold(lock_);
-    violations_.clear();
 }

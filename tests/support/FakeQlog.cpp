@@ -20,11 +20,9 @@ namespace {
 
 struct Toolkit {
     std::mutex lock;  // guards everything below
-    bool open = false, failOpen = false, ffdc = false;
-    std::string file, codeset, baseDir, copyFiles;
+    FakeQlog::Kit kit;
     std::map<std::string, std::unique_ptr<QlgObject>> objects;  // never erased: handles stay valid
     std::vector<FakeQlog::Line> lines;
-    int held = 0, strings = 0;
     void (*listener)() = nullptr;
 };
 
@@ -48,7 +46,7 @@ int levelOf(const QlgObject& object) {
 }
 
 bool loggable(const QlgObject* object, int level) {
-    return object != nullptr && toolkit().open && level >= levelOf(*object);
+    return object != nullptr && toolkit().kit.open && level >= levelOf(*object);
 }
 
 struct Value {
@@ -149,7 +147,7 @@ void keepMessage(QlgHandle object, int level, const char* catalogue, int set, in
 }
 
 char* given(const std::string& text) {
-    ++toolkit().strings;
+    ++toolkit().kit.strings;
     return strdup(text.c_str());
 }
 
@@ -161,9 +159,9 @@ char* given(const std::string& text) {
 FAKE_QLG int QlgOpenToolkit(const char* file) {
     {
         const std::lock_guard hold(toolkit().lock);
-        toolkit().file = file == nullptr ? "" : file;
-        if (toolkit().failOpen) return 0;
-        toolkit().open = true;
+        toolkit().kit.openedFile = file == nullptr ? "" : file;
+        if (toolkit().kit.failOpen) return 0;
+        toolkit().kit.open = true;
     }
     tellListener();
     return 1;
@@ -172,7 +170,7 @@ FAKE_QLG int QlgOpenToolkit(const char* file) {
 FAKE_QLG void QlgCloseToolkit(void) {
     {
         const std::lock_guard hold(toolkit().lock);
-        toolkit().open = false;
+        toolkit().kit.open = false;
     }
     tellListener();
 }
@@ -180,16 +178,16 @@ FAKE_QLG void QlgCloseToolkit(void) {
 FAKE_QLG QlgHandle QlgGetObject(const char* name, const char* type) {
     const std::lock_guard hold(toolkit().lock);
     const auto found = toolkit().objects.find(name == nullptr ? "" : name);
-    if (!toolkit().open || found == toolkit().objects.end() || !found->second->configured)
+    if (!toolkit().kit.open || found == toolkit().objects.end() || !found->second->configured)
         return nullptr;
     if (type != nullptr && found->second->type != type) return nullptr;
-    ++toolkit().held;
+    ++toolkit().kit.handlesHeld;
     return found->second.get();
 }
 
 FAKE_QLG void QlgReleaseObject(QlgHandle object) {
     const std::lock_guard hold(toolkit().lock);
-    if (object != nullptr) --toolkit().held;
+    if (object != nullptr) --toolkit().kit.handlesHeld;
 }
 
 FAKE_QLG char* QlgGetObjProp(QlgHandle object, const char* property, int* exists) {
@@ -220,7 +218,8 @@ FAKE_QLG int QlgIsLoggable(QlgHandle object, int level) {
     return loggable(object, level);
 }
 
-FAKE_QLG void QlgCheckConfiguration() {}
+FAKE_QLG void QlgCheckConfiguration() {
+}
 
 FAKE_QLG void QlgSetLevelListener(void (*changed)(void)) {
     {
@@ -265,54 +264,51 @@ FAKE_QLG void QlgLogText(QlgHandle object, const char* text, int) {
 
 FAKE_QLG void QlgInitFFDCExtensions(void) {
     const std::lock_guard hold(toolkit().lock);
-    toolkit().ffdc = true;
+    toolkit().kit.ffdcEnabled = true;
 }
 
 FAKE_QLG char* QlgFFDCTriggerHandlerGetBaseDir(QlgHandle) {
     const std::lock_guard hold(toolkit().lock);
-    return toolkit().baseDir.empty() ? nullptr : given(toolkit().baseDir);
+    return toolkit().kit.ffdcBaseDir.empty() ? nullptr : given(toolkit().kit.ffdcBaseDir);
 }
 
 FAKE_QLG void QlgFFDCTriggerHandlerSetBaseDir(QlgHandle, const char* directory) {
     const std::lock_guard hold(toolkit().lock);
-    toolkit().baseDir = directory;
+    toolkit().kit.ffdcBaseDir = directory;
 }
 
 FAKE_QLG char* QlgFileCopyHandlerGetFiles(QlgHandle) {
     const std::lock_guard hold(toolkit().lock);
-    return toolkit().copyFiles.empty() ? nullptr : given(toolkit().copyFiles);
+    return toolkit().kit.ffdcFiles.empty() ? nullptr : given(toolkit().kit.ffdcFiles);
 }
 
 FAKE_QLG void QlgFileCopyHandlerSetFiles(QlgHandle, const char* files) {
     const std::lock_guard hold(toolkit().lock);
-    toolkit().copyFiles = files;
+    toolkit().kit.ffdcFiles = files;
 }
 
 FAKE_QLG void ZosMemoryFree(void* memory) {
     if (memory == nullptr) return;
     const std::lock_guard hold(toolkit().lock);
-    --toolkit().strings;
+    --toolkit().kit.strings;
     std::free(memory);
 }
 
 FAKE_QLG void zis_set_dir(const char* directory) {
     const std::lock_guard hold(toolkit().lock);
-    toolkit().codeset = directory == nullptr ? "" : directory;
+    toolkit().kit.codesetDir = directory == nullptr ? "" : directory;
 }
 
 namespace {
 
 void forget() {
     const std::lock_guard hold(toolkit().lock);
-    Toolkit& kit = toolkit();
-    kit.open = kit.failOpen = kit.ffdc = false;
-    kit.file = kit.codeset = kit.baseDir = kit.copyFiles = "";
-    for (auto& [name, object] : kit.objects) {
+    toolkit().kit = {};
+    for (auto& [name, object] : toolkit().objects) {
         object->configured = false;
         object->properties.clear();
     }
-    kit.lines.clear();
-    kit.held = kit.strings = 0;
+    toolkit().lines.clear();
 }
 
 }  // namespace
@@ -362,26 +358,6 @@ std::string FakeQlog::property(const std::string& object, const std::string& nam
     return value == found->second->properties.end() ? "" : value->second;
 }
 
-void FakeQlog::failOpen(bool fail) {
-    const std::lock_guard hold(toolkit().lock);
-    toolkit().failOpen = fail;
-}
-
-std::string FakeQlog::openedFile() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().file;
-}
-
-bool FakeQlog::isOpen() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().open;
-}
-
-int FakeQlog::handlesHeld() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().held;
-}
-
 std::vector<FakeQlog::Line> FakeQlog::lines() const {
     const std::lock_guard hold(toolkit().lock);
     return toolkit().lines;
@@ -405,37 +381,6 @@ void FakeQlog::clearLines() {
     toolkit().lines.clear();
 }
 
-std::string FakeQlog::ffdcBaseDir() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().baseDir;
-}
-
-void FakeQlog::setFfdcBaseDir(const std::string& directory) {
-    const std::lock_guard hold(toolkit().lock);
-    toolkit().baseDir = directory;
-}
-
-std::string FakeQlog::ffdcFiles() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().copyFiles;
-}
-
-void FakeQlog::setFfdcFiles(const std::string& files) {
-    const std::lock_guard hold(toolkit().lock);
-    toolkit().copyFiles = files;
-}
-
-bool FakeQlog::ffdcEnabled() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().ffdc;
-}
-
-std::string FakeQlog::codesetDir() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().codeset;
-}
-
-int FakeQlog::toolkitStrings() const {
-    const std::lock_guard hold(toolkit().lock);
-    return toolkit().strings;
+FakeQlog::Kit& FakeQlog::kit() {
+    return toolkit().kit;
 }

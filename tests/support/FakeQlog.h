@@ -36,10 +36,18 @@ public:
     void removeObject(const std::string& name);
     void setProperty(const std::string& object, const std::string& name, const std::string& value);
     [[nodiscard]] std::string property(const std::string& object, const std::string& name) const;
-    void failOpen(bool fail);
-    [[nodiscard]] std::string openedFile() const;  // what QlgOpenToolkit was given
-    [[nodiscard]] bool isOpen() const;
-    [[nodiscard]] int handlesHeld() const;  // gets less releases
+    // What the program told the toolkit, and what a test sets to be told.
+    struct Kit {
+        bool open = false, ffdcEnabled = false;
+        bool failOpen = false;
+        std::string openedFile;  // what QlgOpenToolkit was given
+        std::string codesetDir;
+        std::string ffdcBaseDir;  // "": none
+        std::string ffdcFiles;    // "": none
+        int handlesHeld = 0;      // gets less releases
+        int strings = 0;          // given out and not freed with ZosMemoryFree
+    };
+    static Kit& kit();  // by one thread at a time
 
     // Lines of every object, filtered as the toolkit does by the object's "level" property (default
     // 0: everything).
@@ -47,12 +55,4 @@ public:
     [[nodiscard]] std::vector<Line> messages(int number) const;  // with that number
     [[nodiscard]] bool logged(std::string_view part) const;      // in any line's text
     void clearLines();
-
-    [[nodiscard]] std::string ffdcBaseDir() const;
-    void setFfdcBaseDir(const std::string& directory);  // "": none
-    [[nodiscard]] std::string ffdcFiles() const;
-    void setFfdcFiles(const std::string& files);  // "": none
-    [[nodiscard]] bool ffdcEnabled() const;
-    [[nodiscard]] std::string codesetDir() const;
-    [[nodiscard]] int toolkitStrings() const;  // given out and not freed with ZosMemoryFree
 };

@@ -110,17 +110,6 @@ TEST_F(FakeVmTest, ReferencesAreCountedAndStaleOnesNoticed) {
                                        "GetObjectClass with a null object"}));
 }
 
-TEST_F(FakeVmTest, FramesGiveTheirReferencesBack) {
-    env->PushLocalFrame(8);
-    jobject const inner = env->NewStringUTF("x");
-    jobject const kept = env->PopLocalFrame(inner);
-    EXPECT_EQ(jni.text(kept), "x");
-    EXPECT_EQ(jni.localRefs(env), 1);
-    jni.returnToJava(env);
-    EXPECT_EQ(jni.leaks(), Texts());
-    EXPECT_EQ(jni.violations(), Texts());
-}
-
 TEST_F(FakeVmTest, JniWithAPendingExceptionIsNoticed) {
     EXPECT_EQ(env->FindClass("no/Such"), nullptr);
     EXPECT_EQ(jni.pending(env), "java/lang/NoClassDefFoundError");
@@ -135,16 +124,12 @@ TEST_F(FakeVmTest, JniWithAPendingExceptionIsNoticed) {
     jni.returnToJava(env);
 }
 
-TEST_F(FakeVmTest, ArgumentsOfEveryKindArrive) {
+TEST_F(FakeVmTest, ArgumentsAndResultsArrive) {
     FakeJni::Args seen;
     jni.defineClass("a/B")
-        .staticMethod("all", "(ZBCSIJFD[ILjava/lang/String;[Ljava/lang/Object;)J",
-                      [&](JNIEnv*, jobject, const FakeJni::Args& args) {
-                          seen = args;
-                          return FakeJni::of(jlong{1} << 40);
-                      })
-        .method("name", "()Ljava/lang/String;",
-                [&](JNIEnv*, jobject, const FakeJni::Args&) {
+        .method("name", "(JLjava/lang/String;J)Ljava/lang/String;",
+                [&](JNIEnv*, jobject, const FakeJni::Args& args) {
+                    seen = args;
                     return FakeJni::of(jni.string("result"));
                 })
         .method("fails", "()V", [&](JNIEnv* on, jobject, const FakeJni::Args&) {
@@ -152,27 +137,15 @@ TEST_F(FakeVmTest, ArgumentsOfEveryKindArrive) {
             return FakeJni::none();
         });
     jclass const type = jni.classRef("a/B");
-    jmethodID const all =
-        env->GetStaticMethodID(type, "all", "(ZBCSIJFD[ILjava/lang/String;[Ljava/lang/Object;)J");
-    jobject const text = jni.string("t");
-    EXPECT_EQ(env->CallStaticLongMethod(type, all, JNI_TRUE, jbyte{-2}, jchar{0xFFFF}, jshort{-4},
-                                        jint{-5}, jlong{1} << 50, jfloat{1.5F}, 2.5, nullptr, text,
-                                        nullptr),
-              jlong{1} << 40);
-    ASSERT_EQ(seen.size(), 11U);
-    EXPECT_EQ(seen[0].z, JNI_TRUE);
-    EXPECT_EQ(seen[1].b, -2);
-    EXPECT_EQ(seen[2].c, 0xFFFF);
-    EXPECT_EQ(seen[3].s, -4);
-    EXPECT_EQ(seen[4].i, -5);
-    EXPECT_EQ(seen[5].j, jlong{1} << 50);
-    EXPECT_EQ(seen[6].f, 1.5F);
-    EXPECT_EQ(seen[7].d, 2.5);
-    EXPECT_EQ(seen[8].l, nullptr);
-    EXPECT_EQ(seen[9].l, text);
     jobject const object = jni.object("a/B");
-    jobject const name =
-        env->CallObjectMethod(object, env->GetMethodID(type, "name", "()Ljava/lang/String;"));
+    jobject const text = jni.string("t");
+    jobject const name = env->CallObjectMethod(
+        object, env->GetMethodID(type, "name", "(JLjava/lang/String;J)Ljava/lang/String;"),
+        jlong{1} << 50, text, jlong{-1});
+    ASSERT_EQ(seen.size(), 3U);
+    EXPECT_EQ(seen[0].j, jlong{1} << 50);
+    EXPECT_EQ(seen[1].l, text);
+    EXPECT_EQ(seen[2].j, -1);
     EXPECT_EQ(jni.text(name), "result");
     EXPECT_EQ(jni.localRefs(env), 1);
     env->DeleteLocalRef(name);
@@ -193,16 +166,19 @@ TEST_F(FakeVmTest, TextsAndArraysMindTheirBounds) {
     EXPECT_EQ(jni.pending(env), "java/lang/StringIndexOutOfBoundsException");
     jni.clearPending(env);
     jintArray const ints = jni.intArray({1, 2, 3});
-    jint* const elements = env->GetIntArrayElements(ints, nullptr);
-    elements[1] = 9;
-    EXPECT_EQ(jni.leaks(), Texts{"unreleased Get<T>ArrayElements"});
-    env->ReleaseIntArrayElements(ints, elements, 0);
+    const jint nine = 9;
+    env->SetIntArrayRegion(ints, 1, 1, &nine);
     EXPECT_EQ(jni.ints(ints), (std::vector<jint>{1, 9, 3}));
+    env->SetIntArrayRegion(ints, 3, 1, &nine);
+    EXPECT_EQ(jni.pending(env), "java/lang/ArrayIndexOutOfBoundsException");
+    jni.clearPending(env);
     env->GetObjectArrayElement(jni.stringArray({"x"}), 1);
     EXPECT_EQ(jni.pending(env), "java/lang/ArrayIndexOutOfBoundsException");
     jni.clearPending(env);
     jni.fail("GetStringUTFChars", 2);
-    env->ReleaseStringUTFChars(text, env->GetStringUTFChars(text, nullptr));
+    const char* const lent = env->GetStringUTFChars(text, nullptr);
+    EXPECT_EQ(jni.leaks(), Texts{"unreleased GetStringUTFChars"});
+    env->ReleaseStringUTFChars(text, lent);
     EXPECT_EQ(env->GetStringUTFChars(text, nullptr), nullptr);
     EXPECT_EQ(jni.pending(env), "java/lang/OutOfMemoryError");
     jni.clearPending(env);

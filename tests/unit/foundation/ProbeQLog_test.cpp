@@ -43,9 +43,9 @@ protected:
     }
 
     void TearDown() override {
-        EXPECT_EQ(qlog.toolkitStrings(), 0);
+        EXPECT_EQ(FakeQlog::kit().strings, 0);
         ProbeQLog::destroy();
-        EXPECT_EQ(qlog.handlesHeld(), 0);
+        EXPECT_EQ(FakeQlog::kit().handlesHeld, 0);
         EXPECT_EQ(qLogger.load(), nullptr);
         EXPECT_FALSE(traceOn(kDebugMin));
     }
@@ -73,16 +73,16 @@ TEST_F(ProbeQLogTest, SetsEverythingUpAndTellsIt) {
                        "INFO: Catalog file is velprobeMessages\n"
                        "set log file to /var/common/VEL/logs/dc-message.log\n"
                        "ffdc base dir is /var/common/VEL/FFDC\n");
-    EXPECT_EQ(qlog.openedFile(), home.path("etc/vel-qlog.properties"));
-    EXPECT_EQ(qlog.codesetDir(), home.path("codeset"));
-    EXPECT_TRUE(qlog.ffdcEnabled());
-    EXPECT_EQ(qlog.ffdcBaseDir(), "/var/common/VEL/FFDC");
+    EXPECT_EQ(FakeQlog::kit().openedFile, home.path("etc/vel-qlog.properties"));
+    EXPECT_EQ(FakeQlog::kit().codesetDir, home.path("codeset"));
+    EXPECT_TRUE(FakeQlog::kit().ffdcEnabled);
+    EXPECT_EQ(FakeQlog::kit().ffdcBaseDir, "/var/common/VEL/FFDC");
     EXPECT_EQ(qlog.property("handler.file.dc.msg", "fileName"),
               "/var/common/VEL/logs/dc-message.log");
     EXPECT_EQ(qlog.property("handler.file.dc.trace", "fileName"), "");  // had none: stays without
-    EXPECT_EQ(qlog.ffdcFiles(), "");
+    EXPECT_EQ(FakeQlog::kit().ffdcFiles, "");
     EXPECT_EQ(ProbeQLog::getSet(), 1);
-    EXPECT_EQ(qlog.handlesHeld(), 2);  // logger and tracer; the handlers were given back
+    EXPECT_EQ(FakeQlog::kit().handlesHeld, 2);  // logger and tracer; the handlers were given back
 }
 
 TEST_F(ProbeQLogTest, AQualifierGetsItsOwnFolders) {
@@ -90,8 +90,8 @@ TEST_F(ProbeQLogTest, AQualifierGetsItsOwnFolders) {
     setenv("QUALDIR", "q7", 1);
     setenv("NLSPATH", "/old/%N", 1);
     qlog.setProperty("handler.file.dc.trace", "fileName", "");
-    qlog.setFfdcBaseDir("first");
-    qlog.setFfdcFiles("/c/VEL/logs/dc-message.log,/etc/hosts");
+    FakeQlog::kit().ffdcBaseDir = "first";
+    FakeQlog::kit().ffdcFiles = "/c/VEL/logs/dc-message.log,/etc/hosts";
     initialize();
     EXPECT_EQ(out, "NLSPATH=/old/%N:" + home.path("msg") +
                        "/%L/%N.cat\n"
@@ -102,18 +102,18 @@ TEST_F(ProbeQLogTest, AQualifierGetsItsOwnFolders) {
                        "Files to copy defined in vel-qlog.properties are "
                        "/c/VEL/logs/dc-message.log,/etc/hosts\n"
                        "Files to be copied are /c/VEL/logs/q7/dc-message.log /etc/hosts \n");
-    EXPECT_EQ(qlog.ffdcFiles(), "/c/VEL/logs/q7/dc-message.log /etc/hosts ");
-    EXPECT_EQ(qlog.ffdcBaseDir(), "/c/VEL/first/q7");
+    EXPECT_EQ(FakeQlog::kit().ffdcFiles, "/c/VEL/logs/q7/dc-message.log /etc/hosts ");
+    EXPECT_EQ(FakeQlog::kit().ffdcBaseDir, "/c/VEL/first/q7");
 }
 
 TEST_F(ProbeQLogTest, DefaultRootAndTheEnvironmentsCaptureFolder) {
     setenv("QLOG_FFDC_BASEDIR", "mine", 1);
-    qlog.setFfdcBaseDir("first");
-    qlog.setFfdcFiles("/a,/b");
+    FakeQlog::kit().ffdcBaseDir = "first";
+    FakeQlog::kit().ffdcFiles = "/a,/b";
     qlog.setProperty("handler.file.dc.msg", "fileName", "");
     initialize();
-    EXPECT_EQ(qlog.ffdcBaseDir(), "/var/kor/tessar/common/VEL/mine");
-    EXPECT_EQ(qlog.ffdcFiles(), "/a,/b");  // only a qualifier changes the list
+    EXPECT_EQ(FakeQlog::kit().ffdcBaseDir, "/var/kor/tessar/common/VEL/mine");
+    EXPECT_EQ(FakeQlog::kit().ffdcFiles, "/a,/b");  // only a qualifier changes the list
     EXPECT_EQ(qlog.property("handler.file.dc.msg", "fileName"),
               "/var/kor/tessar/common/VEL/logs/dc-native.log");
 }
@@ -131,7 +131,7 @@ TEST_F(ProbeQLogTest, ALongCatalogueNameIsCutAndClosed) {
 }
 
 TEST_F(ProbeQLogTest, AMissingToolkitLeavesNothingLoggable) {
-    qlog.failOpen(true);
+    FakeQlog::kit().failOpen = true;
     initialize();
     EXPECT_EQ(err, "ERROR: Could not open Toolkit. please check if qlog property file " +
                        home.path("etc/vel-qlog.properties") + " exists.\n");
@@ -182,7 +182,7 @@ TEST_F(ProbeQLogTest, NothingIsTracedAfterTheEnd) {
     EXPECT_TRUE(traceOn(kDebugMax));
     ProbeQLog::destroy();
     EXPECT_FALSE(traceOn(kDebugMin));
-    EXPECT_FALSE(qlog.isOpen());
+    EXPECT_FALSE(FakeQlog::kit().open);
 }
 
 TEST_F(ProbeQLogTest, MessagesCarrySetCatalogueAndTypedArguments) {
