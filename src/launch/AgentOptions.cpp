@@ -19,7 +19,7 @@ constexpr IdentityKey kIdentityKeys[] = {
 };
 
 // Must name every key that com.velora.agent.AgentOptions reads.
-constexpr std::string_view kJavaKeys[] = {"ps", "probe"};
+constexpr std::string_view kJavaKeys[] = {"ps", "probe", "admin"};
 
 std::string_view trimmed(std::string_view text) {
     const auto first = text.find_first_not_of(" \t");

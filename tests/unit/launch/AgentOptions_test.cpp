@@ -21,13 +21,14 @@ TEST(AgentOptions, NothingIsFine) {
 
 TEST(AgentOptions, EachReaderGetsItsOwn) {
     const AgentOptions options = parseAgentOptions(
-        "home=/opt/a b/velora, node = n1 ,ps=h:1;h2:2,server=shop,probe=off,profile=p,debug=on and "
+        "home=/opt/a b/velora, node = n1 ,ps=h:1;h2:2,server=shop,probe=off,admin= "
+        "0,profile=p,debug=on and "
         "more");
     EXPECT_EQ(options.home, "/opt/a b/velora");
     EXPECT_EQ(options.node, "n1");
     EXPECT_EQ(options.server, "shop");
     EXPECT_EQ(options.profile, "p");
-    EXPECT_EQ(options.forJava, "ps=h:1;h2:2,probe=off");
+    EXPECT_EQ(options.forJava, "ps=h:1;h2:2,probe=off,admin=0");
     EXPECT_EQ(options.forCollector, "debug=on and more");
     EXPECT_THAT(options.unknown, IsEmpty());
 }

@@ -8,7 +8,7 @@ import com.velora.probe.event.EventAgent;
 import com.velora.probe.event.NetworkAgent;
 import com.velora.publish.pe_lookup;
 
-/** Starts the collector in its fixed order: singletons, managers, then one daemon thread per worker loop. */
+/** Starts the collector in its fixed order: singletons, managers, admin port, one daemon thread per worker loop. */
 final class Collector {
     private Collector() {
     }
@@ -22,6 +22,9 @@ final class Collector {
         }
         BcmBootstrap.bindRuntimeNatives();
         ProbeController.startNativeProbe();
+        if (options.adminPort() != AgentOptions.NO_PORT) { // before the first records that tell of it
+            AdminPort.open(options.adminPort());
+        }
         for (int id = 0; id < NetworkAgent.getNetAgentCount(); id++) {
             Workers.start("network", id, new NetworkAgent()::startThread);
         }

@@ -39,7 +39,10 @@ public final class ProbeSystem {
 
     public static native String getModFileName();
 
-    /** Version as "major.minor.micro"; goes into the records that open the next connection. */
+    /**
+     * Version as "major.minor.micro"; goes into the records that open the next connection. A null or empty text leaves
+     * the one that is known.
+     */
     public static native void setServerIdentity(String version, String componentId, int adminPort);
 
     /** Called by the native side for the records that open a connection. */

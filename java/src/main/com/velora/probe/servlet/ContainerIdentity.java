@@ -1,5 +1,6 @@
 package com.velora.probe.servlet;
 
+import com.velora.agent.AdminPort;
 import com.velora.probe.ProbeSystem;
 
 /**
@@ -32,7 +33,7 @@ final class ContainerIdentity {
         int slash = serverInfo.lastIndexOf('/');
         String product = slash < 0 ? serverInfo : serverInfo.substring(0, slash);
         String version = slash < 0 ? "" : serverInfo.substring(slash + 1);
-        ProbeSystem.setServerIdentity(version, product, 0);
+        ProbeSystem.setServerIdentity(version, product, AdminPort.number());
     }
 
     /** Calls through the public interface, since the implementing class may not be accessible. */

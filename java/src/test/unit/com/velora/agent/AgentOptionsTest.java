@@ -13,6 +13,7 @@ public class AgentOptionsTest {
     public void clear() {
         System.clearProperty("velora.ps");
         System.clearProperty("velora.probe");
+        System.clearProperty("velora.admin");
     }
 
     @Test
@@ -22,6 +23,18 @@ public class AgentOptionsTest {
         assertEquals("a:1,b:2", AgentOptions.parse("").publishServers());
         assertEquals("c:3;d:4", AgentOptions.parse("home=/x, ps=c:3;d:4 ,probe=on").publishServers());
         assertEquals("127.0.0.1:9520", AgentOptions.parse("ps=").publishServers());
+    }
+
+    @Test
+    public void thereIsNoAdminPortUnlessItIsNamed() {
+        assertEquals(-1, AgentOptions.parse("ps=a:1").adminPort());
+        assertEquals(0, AgentOptions.parse("admin=0").adminPort());
+        System.setProperty("velora.admin", " 9521 ");
+        assertEquals(9521, AgentOptions.parse("").adminPort());
+        assertEquals(65535, AgentOptions.parse("admin=65535").adminPort());
+        for (String bad : new String[] {"65536", "-1", "9521x", "on", ""}) {
+            assertEquals(bad, -1, AgentOptions.parse("admin=" + bad).adminPort());
+        }
     }
 
     @Test

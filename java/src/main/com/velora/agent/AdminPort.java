@@ -1,0 +1,113 @@
+package com.velora.agent;
+
+import com.velora.probe.ProbeSystem;
+
+import java.io.IOException;
+import java.io.InputStream;
+import java.net.InetAddress;
+import java.net.ServerSocket;
+import java.net.Socket;
+import java.net.SocketTimeoutException;
+import java.nio.charset.StandardCharsets;
+
+/**
+ * The door for an operator's questions: one line in, a text out, and the connection is closed; {@link AdminCommands}
+ * knows the answers. Listens on 127.0.0.1 only, since there is no authentication, and answers one caller at a time, so
+ * that asking often costs the server no more than asking once. A caller that sends no whole line, or does not take its
+ * answer, holds up the others for seconds.
+ */
+public final class AdminPort {
+    private static final byte[] LOOPBACK = {127, 0, 0, 1};
+    private static final int BACKLOG = 16;
+    private static final int MAX_REQUEST = 256; // bytes
+    private static final int READ_SECONDS = 5;
+    private static final int WRITE_SECONDS = 30;
+    private static final int PAUSE_MILLIS = 100;
+
+    private static volatile int number; // 0: not open
+
+    private final ServerSocket listener;
+
+    private AdminPort(ServerSocket listener) {
+        this.listener = listener;
+    }
+
+    /** What the records that open a connection tell of it; 0 when there is none. */
+    public static int number() {
+        return number;
+    }
+
+    /** Runs before the application's main method, so it loads no more than a socket needs. 0: any free port. */
+    static void open(int port) {
+        try {
+            ServerSocket listener = new ServerSocket(port, BACKLOG, InetAddress.getByAddress(LOOPBACK));
+            number = listener.getLocalPort();
+            ProbeSystem.setServerIdentity(null, null, number);
+            Workers.startDaemon("admin", new AdminPort(listener)::serve);
+            AgentLog.info("The admin port is 127.0.0.1:" + number);
+        } catch (IOException | SecurityException e) { // whoever needs the port sees this; the server runs on
+            AgentLog.error("There is no admin port: cannot listen on 127.0.0.1:" + port, e);
+        }
+    }
+
+    private void serve() throws InterruptedException {
+        while (true) {
+            try (Socket caller = listener.accept()) {
+                String request = readLine(caller);
+                write(caller, request == null
+                        ? AdminCommands.error("expected one line of at most " + MAX_REQUEST + " bytes within "
+                                + READ_SECONDS + " s: " + AdminCommands.KNOWN)
+                        : AdminCommands.answer(request));
+            } catch (Throwable t) { // it hung up, or memory or descriptors have run out: then trying at once would spin
+                Thread.sleep(PAUSE_MILLIS);
+            }
+        }
+    }
+
+    /** Null when no whole line came in time. */
+    private static String readLine(Socket caller) throws IOException {
+        long end = System.nanoTime() + READ_SECONDS * 1_000_000_000L;
+        InputStream in = caller.getInputStream();
+        StringBuilder line = new StringBuilder();
+        try {
+            while (line.length() <= MAX_REQUEST) {
+                long leftMillis = (end - System.nanoTime()) / 1_000_000;
+                if (leftMillis <= 0) {
+                    return null;
+                }
+                caller.setSoTimeout((int) leftMillis);
+                int c = in.read();
+                if (c < 0) {
+                    return null;
+                }
+                if (c == '\n') {
+                    return line.toString();
+                }
+                line.append((char) c);
+            }
+            return null;
+        } catch (SocketTimeoutException tooSlow) {
+            return null;
+        }
+    }
+
+    private static void write(Socket caller, String answer) throws IOException {
+        byte[] bytes = answer.getBytes(StandardCharsets.UTF_8);
+        Thread limit = Workers.startDaemon("admin-limit", () -> hangUpLate(caller));
+        try {
+            caller.getOutputStream().write(bytes);
+        } finally {
+            limit.interrupt();
+        }
+    }
+
+    /** A write has no time limit of its own; closing its socket ends it. */
+    private static void hangUpLate(Socket caller) throws IOException {
+        try {
+            Thread.sleep(WRITE_SECONDS * 1000L);
+            caller.close();
+        } catch (InterruptedException inTime) {
+            return;
+        }
+    }
+}
