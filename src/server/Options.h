@@ -1,7 +1,9 @@
 // What the command line of velora-ps asks for.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "server/Output.h"
@@ -11,14 +13,16 @@ namespace server {
 struct Options {
     static constexpr std::uint16_t kDefaultPort = 9520;
 
-    enum class Task : std::uint8_t { serve, dump, show, heap, help, version };
+    enum class Task : std::uint8_t { serve, dump, show, heap, ask, help, version };
 
     Task task = Task::serve;
-    std::string host = "127.0.0.1";
+    std::string host = "127.0.0.1";  // where to listen; ask: whom
     std::uint16_t port = kDefaultPort;
     std::string portFile;    // empty: none
     std::string recordFile;  // empty: nothing is recorded
     std::string input;       // dump, show, heap: a path, "-" for standard input
+    std::string question;    // ask: a command and its operands
+    std::optional<std::chrono::seconds> answerLimit;  // ask: none uses the command's own
     Format format = Format::table;
 };
 

@@ -93,6 +93,10 @@ void TableOutput::agent(const Agent& agent, AgentEvent event, std::string_view r
     switch (event) {
         case AgentEvent::connected:
             buffer_ += "connected from " + agent.peer;
+            if (agent.adminPort > 0) {
+                buffer_ += ", admin port ";
+                appendNumber(buffer_, std::int64_t{agent.adminPort});
+            }
             break;
         case AgentEvent::reannounced:
             buffer_ += "sends its first records again";

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "server/Ask.h"
 #include "server/Dump.h"
 #include "server/FdSink.h"
 #include "server/HeapTable.h"
@@ -56,6 +57,10 @@ int run(const server::Options& options) {
                 std::string wrong;
                 return server::showHeap(in, out, wrong) ? 0 : fail(wrong);
             });
+        case Task::ask: {
+            std::string wrong;
+            return server::ask(options, out, wrong) ? 0 : fail(wrong);
+        }
         case Task::serve:
             break;
     }

@@ -62,6 +62,13 @@ class JvmTest(unittest.TestCase):
         else:
             shutil.rmtree(self.dir, ignore_errors=True)
 
+    def on_every_jdk(self, run):
+        for major, jdk in jdks():
+            with self.subTest(jdk=major):
+                self.tearDown()
+                self.setUp()
+                run(jdk)
+
     def home(self, properties=None, name="home"):
         """An agent home with its own etc/ and logs/; libraries and messages are those of the build."""
         home = self.dir / name

@@ -13,13 +13,6 @@ FIXED_HEAP = ("-Xms64m", "-Xmx64m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC")
 
 
 class DiagnosticsTest(JvmTest):
-    def on_every_jdk(self, run):
-        for major, jdk in jdks():
-            with self.subTest(jdk=major):
-                self.tearDown()
-                self.setUp()
-                run(jdk)
-
     def run_program(self, jdk, program, *args, ps, **how):
         """The program's lines, without those of others; it has ended well and the VM had nothing to say about JNI."""
         process = self.java(jdk, program, *args, ps=ps.address, **how)

@@ -156,6 +156,9 @@ TEST(Table, RowsAndSentences) {
               "-- 2024-03-01T12:00:00.000700Z nöde/tomcat lock: thread 7 in \"checkout\\x1b[2J\" "
               "waited 120.000 ms for com/shop/Cache in com.shop.Cache.get, held by \"report\" of "
               "\"statistics\" in com.shop.Cache.fill");
+    EXPECT_NE(
+        s.lines.with("connected from")[0].find("10.0.0.7:4711, admin port 8080, connection 1"),
+        std::string::npos);
     EXPECT_EQ(s.lines.with("dropped on")[0],
               "-- nöde/tomcat dropped on thread 7: 3 request starts, 2 request ends, 1 SQL starts");
     EXPECT_EQ(

@@ -54,6 +54,13 @@ TEST(Options, RefuseWhatTheyDoNotKnow) {
                                                            {"--port-file", ""},
                                                            {"--dump=a", "--show=b"},
                                                            {"--show=a", "--heap=b"},
+                                                           {"--heap=a", "--ask=h:1", "heap"},
+                                                           {"--ask", "h:1"},
+                                                           {"--ask", "h", "heap"},
+                                                           {"heap", "--ask", "h:1"},
+                                                           {"--timeout", "0"},
+                                                           {"--timeout", "86401"},
+                                                           {"--timeout", "1s"},
                                                            {"--format="}};
     for (const auto& arguments : refused) {
         Options options;
@@ -71,6 +78,17 @@ TEST(Options, TakeValuesBehindABlankOrAnEqualsSign) {
     EXPECT_EQ(options.recordFile, "r=1");
     EXPECT_EQ(options.host, "127.0.0.1");
     EXPECT_EQ(options.port, 9520);
+}
+
+TEST(Options, TakeAQuestionOfSeveralWords) {
+    const char* arguments[] = {"--ask", "[::1]:9521", "stack", "--timeout", "7", "12"};
+    Options options;
+    EXPECT_EQ(parseOptions(6, arguments, options), "");
+    EXPECT_EQ(options.task, Options::Task::ask);
+    EXPECT_EQ(options.host, "::1");
+    EXPECT_EQ(options.port, 9521);
+    EXPECT_EQ(options.question, "stack 12");
+    EXPECT_EQ(options.answerLimit, std::chrono::seconds(7));
 }
 
 TEST(JsonObject, ReadsWhatTheServerWrites) {
