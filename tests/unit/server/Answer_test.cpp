@@ -18,11 +18,11 @@ struct Shown {
 TEST(Answer, ThreadsStandInColumns) {
     const std::string longName(60, 'g');
     EXPECT_EQ(
-        Shown("threads", "7\twaiting\tmain\tw\xC3\xB6rker\n4294967295\trunnable, suspended\t" +
+        Shown("threads", "7\twaiting\tma\xC3\xAFn\tworker\n4294967295\trunnable, suspended\t" +
                              longName + "\tx\n8\tblocked\tmain\ty\n")
             .lines.text,
         "THREAD      STATUS               GROUP                                     NAME\n"
-        "7           waiting              main                                      w\xC3\xB6rker\n"
+        "7           waiting              ma\xC3\xAFn                                      worker\n"
         "4294967295  runnable, suspended  " +
             longName +
             "  x\n"
@@ -90,7 +90,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SignatureCase{"open", "(I", "(I"},
                     SignatureCase{"openClass", "(Ljava", "(Ljava"},
                     SignatureCase{"openArray", "([", "(["},
-                    SignatureCase{"arrayOfNothing", "([)V", "([)V"},
+                    SignatureCase{"arrayOfNoType", "([Q)V", "([Q)V"},
                     SignatureCase{"namelessClass", "(L;)V", "(L;)V"},
                     SignatureCase{"unknownType", "(Q)V", "(Q)V"}),
     [](const auto& c) { return std::string(c.param.name); });
