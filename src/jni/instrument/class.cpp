@@ -90,6 +90,7 @@ jclass_t::~jclass_t() {
 }
 
 void jclass_t::allocateMethods(int count) {
+    VEL_TRACE("allocateMethods(int)");
     num_methods = std::max(count, 0);
     methods = num_methods == 0 ? nullptr : new jmethod_t[num_methods];
 }
@@ -314,6 +315,7 @@ ULONG getCurrentClassSequence() {
 }
 
 void translateSeparator(char* name) {
+    VEL_TRACE("translateSeparator(char*)");
     if (name == nullptr) return;
     static std::atomic<char> separator{'\0'};
     char decided = separator.load(std::memory_order_relaxed);

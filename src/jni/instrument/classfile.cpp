@@ -46,11 +46,21 @@ std::size_t entrySize(const BYTE* at, std::size_t room) {
     return size <= room ? size : 0;
 }
 
-void logUnknownTag(BYTE tag, int slot, std::ptrdiff_t offset) {
-    char text[4];
-    std::snprintf(text, sizeof text, "%d", tag);
-    VEL_DEBUG_MIN("parseConstantPool(BYTE*)", "Unknown constant pool tag %s %i %i", text, slot,
-                  static_cast<int>(offset));
+bool isKnown(BYTE tag) {
+    return tag == kUtf8 || (tag < kConstantPoolTags && CONSTANT_POOL_SIZES[tag] != 0);
+}
+
+// offset: of the entry from the first one.
+void logBadEntry(const BYTE* entry, std::size_t room, int slot, std::ptrdiff_t offset) {
+    constexpr char kSignature[] = "parseConstantPool(BYTE*)";
+    const int at = static_cast<int>(offset);
+    if (room == 0 || isKnown(*entry)) {
+        VEL_DEBUG_MIN(kSignature, "Constant pool ends within slot %i at %i", slot, at);
+        return;
+    }
+    char tag[4];
+    std::snprintf(tag, sizeof tag, "%d", *entry);
+    VEL_DEBUG_MIN(kSignature, "Unknown constant pool tag %s %i %i", tag, slot, at);
 }
 
 // Fills pool->entries from at most room bytes; false at the first entry that is unknown or too
@@ -60,7 +70,7 @@ bool indexEntries(ConstantPool* pool, std::size_t room) {
     for (int slot = 1; slot < pool->count; ++slot) {
         const std::size_t size = entrySize(cursor, room);
         if (size == 0) {
-            logUnknownTag(room == 0 ? 0 : *cursor, slot, cursor - pool->start);
+            logBadEntry(cursor, room, slot, cursor - pool->start);
             return false;
         }
         pool->entries[slot] = cursor;

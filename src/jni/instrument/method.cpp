@@ -28,6 +28,7 @@ jmethod_t::jmethod_t(const char* name, const char* signature, jmethodID id, jcla
 }
 
 jmethod_t::~jmethod_t() {
+    VEL_TRACE("~jmethod_t()");
     if (linked_.load(std::memory_order_acquire)) unlink();
     delete[] method_name;
     delete[] method_signature;
@@ -39,6 +40,7 @@ jmethod_t::~jmethod_t() {
 }
 
 void jmethod_t::initialize(const char* name, const char* signature, jmethodID id, jclass_t* owner) {
+    VEL_TRACE("initialize(char*, char*, jmethodID, jclass_t*)");
     method_name = Utils::cstrdup(name);
     method_signature = Utils::cstrdup(signature);
     method_id.store(id, std::memory_order_relaxed);
@@ -132,11 +134,13 @@ void deleteMethodTable() {
 }
 
 ULONG getMethHashIndex(jmethodID id) {
+    VEL_TRACE("getMethHashIndex(jmethodID)");
     // Intended: only the low 32 bits count; the lowest three are zero in an aligned address.
     return (static_cast<ULONG>(reinterpret_cast<std::uintptr_t>(id)) >> 3) % method_hash_size;
 }
 
 jmethod_t* getMethod(jmethodID id) {
+    VEL_TRACE("getMethod(jmethodID)");
     if (id == nullptr) return nullptr;
     jmethod_t** const table = method_hash.load(std::memory_order_acquire);
     if (table == nullptr) return nullptr;

@@ -166,6 +166,15 @@ TEST_F(HookTest, ACutClassIsCorruptWhereverItIsCut) {
     EXPECT_EQ(qlog.messages(1182).size() + qlog.messages(1181).size(), whole.size());
 }
 
+TEST_F(HookTest, TheTraceTellsAnUnknownTagFromACutPool) {
+    Bytes bytes = hex("CAFEBABE 0000 002D 0002 01 0005 41");
+    show(bytes);
+    EXPECT_TRUE(qlog.logged("Constant pool ends within slot 1 at 0"));
+    bytes[10] = 15;
+    show(bytes);
+    EXPECT_TRUE(qlog.logged("Unknown constant pool tag 15 1 0"));
+}
+
 // Every single bit turned over: no crash, no reading or writing outside (asan), and always an
 // answer.
 TEST_F(HookTest, ABitTurnedOverDoesNoHarm) {
