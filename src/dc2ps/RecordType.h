@@ -114,6 +114,7 @@ namespace dc2ps {
 
 // 15 to 18, 144 and 145 are taken numbers that no agent sends; they have no layout.
 enum class RecordType : std::uint8_t {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): the name of an enumerator
 #define DC2PS_ENUMERATOR(name, value, shown) name = value,
     DC2PS_RECORD_TYPES(DC2PS_ENUMERATOR)
 #undef DC2PS_ENUMERATOR

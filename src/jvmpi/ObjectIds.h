@@ -21,6 +21,7 @@ constexpr jlong kFirstDumpId = jlong{1} << 44;
 constexpr jlong kIdStep = 8;  // ids look like the addresses that they once were
 
 inline jobjectID toObjectId(jlong tag) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an id is a number in the shape of a pointer
     return reinterpret_cast<jobjectID>(tag);
 }
 inline jlong toTag(jobjectID id) {

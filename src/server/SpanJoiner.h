@@ -90,7 +90,7 @@ struct JoinLimits {
 
 class SpanJoiner {
 public:
-    SpanJoiner(SpanSink& sink, const JoinLimits& limits = {});
+    explicit SpanJoiner(SpanSink& sink, const JoinLimits& limits = {});
     ~SpanJoiner();
     SpanJoiner(const SpanJoiner&) = delete;
     SpanJoiner& operator=(const SpanJoiner&) = delete;

@@ -39,6 +39,7 @@ inline void stamp(Event& event, ThreadData* thread) {
 void charge(Event& event, int bytes);
 
 inline jmethodID methodIdFrom(jint id) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): ids travel through Java as ints
     return reinterpret_cast<jmethodID>(static_cast<std::intptr_t>(id));
 }
 

@@ -65,6 +65,9 @@ public:
     }
 
 private:
+    static constexpr std::size_t kCacheLine = 64;
+    static constexpr std::size_t kFetched = 256;  // an event's fields; longer blocks are rare
+
     struct Free {
         Free* next;
     };
@@ -81,7 +84,15 @@ private:
             Free* const block = head;
             head = block->next;
             --count;
+            fetch(head);
             return block;
+        }
+        // The block that goes out next was last written by the thread that freed it: bringing it
+        // here while the caller works on this one saves the next caller a wait of some 100 ns.
+        static void fetch(const void* block) noexcept {
+            const auto* const bytes = static_cast<const char*>(block);
+            for (std::size_t at = 0; at < std::min(BlockSize, kFetched); at += kCacheLine)
+                __builtin_prefetch(bytes + at, 1);
         }
     };
 

@@ -114,7 +114,7 @@ Layout layOut(const ClassData& original, const ConstantPool& pool) {
     Layout layout{};
     layout.access = pool.end;
     BYTE* const interfaces = layout.access + 6;  // behind flags, this_class and super_class
-    layout.methods = skipMembers(interfaces + 2 + 2 * readUSHORT(interfaces));
+    layout.methods = skipMembers(interfaces + 2 + std::size_t{2} * readUSHORT(interfaces));
     layout.attributes = skipMembers(layout.methods);
     layout.end = original.classData + original.classDataLen;
     return layout;
@@ -346,9 +346,9 @@ ClassData* instrumentDefineClass(const ClassData* original, const DefineClassMet
                               static_cast<USHORT>(n + 9)),
         freeMethodData);
     if (body == nullptr) return nullptr;
-    ClassDataPtr rewritten = allocateClassData(static_cast<std::size_t>(original->classDataLen) +
-                                               std::strlen(target->methodName) + body->code_length +
-                                               8 * body->exception_table_length + kFixedGrowth);
+    ClassDataPtr rewritten = allocateClassData(
+        static_cast<std::size_t>(original->classDataLen) + std::strlen(target->methodName) +
+        body->code_length + std::size_t{8} * body->exception_table_length + kFixedGrowth);
     if (rewritten == nullptr) return nullptr;
 
     BYTE* out = rewritten->classData;
