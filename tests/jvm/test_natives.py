@@ -1,4 +1,4 @@
-"""Every native that looks at requests, threads, locks and the heap, called from Java in real VMs under -Xcheck:jni."""
+"""The natives of requests and locks, called oddly from Java in real VMs under -Xcheck:jni."""
 
 import re
 import unittest
@@ -7,16 +7,11 @@ from harness import JvmTest, jdks, wait_until
 
 ANSWERS = {
     "stack.disabled": "null", "enabled": "true",
-    "token.first": "a0000000", "token.again": "00000000", "token.received": "01020304",
     "http.id": "true", "ejb.id": "true", "iiop.id": "true",
     "lock.0": "false", "lock.1": "true", "lock.2": "true", "lock.3": "true", "lock.4": "true", "lock.5": "true",
     "lock.6": "true", "lock.7": "false",
     "dump": "-1 null", "dump.null": "-1",
-    "status.parked": "3", "status.blocked": "2", "status.spinning": "1", "status.unknown": "-1",
-    "stack.length": "120", "stack.none": "null", "stack.cancelled": "null",
-    "id.byName": "true", "id.unknown": "0",
-    "status.suspended": str(0x8003), "status.cancelled": "4",
-    "heap.test": "0", "heap.snapshot": "0", "done": "yes",
+    "done": "yes",
 }
 
 
@@ -25,7 +20,7 @@ class NativesTest(JvmTest):
         for major, jdk in jdks():
             with self.subTest(jdk=major):
                 ps = self.server(name=f"ps-{major}")
-                home = self.home({"internal.max.heapdump.size": 16}, name=f"home-{major}")
+                home = self.home(name=f"home-{major}")
                 program = self.java(jdk, "Natives", home=home, ps=ps.address)
                 self.assertTrue(wait_until(lambda: program.poll() is not None, 120), "the program hangs")
                 out, err = program.out.read_text(), program.err.read_text()
@@ -33,19 +28,14 @@ class NativesTest(JvmTest):
                 self.assertNoJniWarning(out, err)
                 answers = dict(line.split("=", 1) for line in out.splitlines() if "=" in line)
                 self.assertEqual(ANSWERS, {key: answers.get(key) for key in ANSWERS})
-                self.assertRegex(answers["stack.parked"],
-                                 r"java/util/concurrent/locks/LockSupport\.park\(\)V Natives\.parkHere\(\)V .*"
-                                 r"java/lang/Thread\.run\(\)V")
-                # 1234 objects of an int and a long, 12 bytes of values each
-                self.assertRegex(answers["heap.marker"], r"^Natives\$Marker,14808,\d+\.\d,1234,\d+\.\d$")
-                self.assertGreater(int(answers["heap.objects"]), 5000)
                 self.check_records(ps)
 
     def check_records(self, ps):
-        self.assertTrue(wait_until(lambda: ps.objects("heap"), 15), self.messages())
+        self.assertTrue(wait_until(lambda: sum(r["name"] == "many" for r in ps.requests()) == 1000, 15),
+                        self.messages())
         requests = ps.requests()
         by_kind = {kind: [r for r in requests if r["kind"] == kind]
-                   for kind in ("servlet", "ejb", "iiopClient", "iiopServer", "gpsInvoke", "gpsReceive")}
+                   for kind in ("servlet", "ejb", "iiopClient")}
         self.assertEqual(1000, sum(r["name"] == "many" and r["outcome"] == "ok" for r in by_kind["servlet"]))
         wide = next(r for r in by_kind["servlet"] if r["name"].startswith("\u20ac"))
         self.assertEqual("error", wide["outcome"])
@@ -53,11 +43,8 @@ class NativesTest(JvmTest):
         self.assertLess(len(wide["name"].encode("utf-16-le")) // 2 * 3, 1000 + 3)
         self.assertEqual("Bean", by_kind["ejb"][0]["name"])
         self.assertEqual((3, "Class.method"), (by_kind["iiopClient"][0]["depth"], by_kind["iiopClient"][0]["name"]))
-        self.assertEqual("a0000000", by_kind["gpsInvoke"][0]["name"])
-        self.assertEqual("01020304", by_kind["gpsReceive"][0]["name"])
         self.assertEqual({"lockAcquisition", "lockContention", "lockRelease"},
                          {lock["kind"] for lock in ps.objects("lock")})
-        self.assertEqual("Natives$Marker", ps.objects("heap")[0]["name"])
         self.assertEqual(1, len(ps.objects("trace")))
 
 

@@ -1,6 +1,6 @@
 import java.util.concurrent.atomic.AtomicInteger;
 
-/** Monitors, ids, switches and start-up; runs however the agent came in. */
+/** Monitors (whose own rules the unit tests know), ids, switches and start-up; runs however the agent came in. */
 final class Basics {
     public static void main(String[] args) {
         Check.run("initDoneOnce", () -> Check.equal(1, TestAgent.events(TestAgent.INIT_DONE).size()));
@@ -8,9 +8,6 @@ final class Basics {
         Check.run("whatCannotBeRequested", Basics::whatCannotBeRequested);
         Check.run("nothingWhileDisabled", Basics::nothingWhileDisabled);
         Check.run("nothingWithoutHandler", Basics::nothingWithoutHandler);
-        Check.run("monitorIsReentrant", Basics::monitorIsReentrant);
-        Check.run("timedWait", Basics::timedWait);
-        Check.run("waitWithoutOwning", Basics::waitWithoutOwning);
         Check.run("endlessWaitAndNotify", Basics::endlessWaitAndNotify);
         Check.run("interruptStaysSet", Basics::interruptStaysSet);
         Check.run("idsAndBack", Basics::idsAndBack);
@@ -66,48 +63,6 @@ final class Basics {
                 .noneMatch(e -> e.get("thread").equals("unheard")), "heard");
     }
 
-    private static void monitorIsReentrant() throws Exception {
-        long monitor = TestAgent.monitorCreate();
-        AtomicInteger entered = new AtomicInteger();
-        TestAgent.monitorEnter(monitor);
-        TestAgent.monitorEnter(monitor);
-        Thread other = new Thread(() -> {
-            TestAgent.monitorEnter(monitor);
-            entered.set(1);
-            TestAgent.monitorExit(monitor);
-        });
-        other.start();
-        TestAgent.monitorExit(monitor);
-        Check.equal(0, entered.get());
-        TestAgent.monitorExit(monitor);
-        other.join();
-        Check.equal(1, entered.get());
-        TestAgent.monitorExit(monitor); // not the owner any more: ignored
-        TestAgent.monitorDestroy(monitor);
-        TestAgent.monitorDestroy(0);
-    }
-
-    private static void timedWait() {
-        long monitor = TestAgent.monitorCreate();
-        TestAgent.monitorEnter(monitor);
-        long start = System.nanoTime();
-        TestAgent.monitorWait(monitor, 50);
-        long ms = (System.nanoTime() - start) / 1_000_000;
-        TestAgent.monitorExit(monitor);
-        Check.that(ms >= 49 && ms < 5000, "waited " + ms + " ms");
-        TestAgent.monitorDestroy(monitor);
-    }
-
-    private static void waitWithoutOwning() {
-        long monitor = TestAgent.monitorCreate();
-        TestAgent.monitorWait(monitor, 0); // would hang
-        TestAgent.monitorNotifyAll(monitor);
-        TestAgent.monitorEnter(monitor);
-        TestAgent.monitorWait(monitor, -1); // negative never means for ever
-        TestAgent.monitorExit(monitor);
-        TestAgent.monitorDestroy(monitor);
-    }
-
     private static void endlessWaitAndNotify() throws Exception {
         long monitor = TestAgent.monitorCreate();
         AtomicInteger waiting = new AtomicInteger();
@@ -134,6 +89,8 @@ final class Basics {
             waiter.join();
         }
         Check.equal(waiters.length, woken.get());
+        TestAgent.monitorDestroy(monitor);
+        TestAgent.monitorDestroy(0);
     }
 
     private static void interruptStaysSet() {
