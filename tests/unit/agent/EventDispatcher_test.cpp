@@ -55,6 +55,14 @@ protected:
         sent.u.class_load.methods = &method;
         EventDispatcher(&sent);
     }
+    void expectHookAnswered() {
+        Bytes bytes = ClassFileBuilder().name("a/B").build();
+        JVMPI_Event hook = event(JVMPI_EVENT_CLASS_LOAD_HOOK);
+        hook.u.class_load_hook.class_data = bytes.data();
+        hook.u.class_load_hook.class_data_len = static_cast<jint>(bytes.size());
+        EventDispatcher(&hook);
+        EXPECT_EQ(hook.u.class_load_hook.new_class_data, bytes.data());
+    }
     void unloadClass(std::uintptr_t id) {
         JVMPI_Event sent = event(JVMPI_EVENT_CLASS_UNLOAD);
         sent.u.class_unload.class_id = classId(id);
@@ -171,7 +179,11 @@ TEST_F(DispatcherTest, CollectionsBecomeEvents) {
     EXPECT_EQ(events[0]->getSubType(), START);
     const auto* const end = dynamic_cast<GCEvent*>(events[1].get());
     ASSERT_NE(end, nullptr);
+    EXPECT_EQ(end->getSubType(), END);
+    EXPECT_EQ(end->threadId_, thread->getThreadIntId());
+    EXPECT_EQ(end->used_objects, 5);
     EXPECT_EQ(end->used_object_space, 5000000000);
+    EXPECT_EQ(end->total_object_space, 6000000000);
     EXPECT_TRUE(
         qlog.logged("GC Statistics (Used Object Count: 5, Used Space: 5000000000, Total "
                     "Space: 6000000000)"));
@@ -197,7 +209,8 @@ TEST_F(DispatcherTest, EventsWithoutAnEnvironmentAreIgnoredAndToldOnce) {
 
 TEST_F(DispatcherTest, DuringAHeapDumpAClassLoadOnlyFillsTheScratchRecord) {
     std::vector<JVMPI_Field> statics;
-    for (const char* signature : {"Z", "S", "I", "J", "Ljava/lang/String;", "[I"})
+    for (const char* signature :
+         {"Z", "B", "C", "S", "I", "F", "J", "D", "Ljava/lang/String;", "[I", "V"})
         statics.push_back({const_cast<char*>("f"), const_cast<char*>(signature)});
     statics.push_back({const_cast<char*>("broken"), nullptr});
     JVMPI_Event load = event(JVMPI_EVENT_CLASS_LOAD | JVMPI_REQUESTED_EVENT);
@@ -217,7 +230,7 @@ TEST_F(DispatcherTest, DuringAHeapDumpAClassLoadOnlyFillsTheScratchRecord) {
     EXPECT_EQ(class_load.num_interfaces, 3);
     EXPECT_EQ(class_load.num_methods, 4);
     EXPECT_EQ(class_load.class_id, classId(0x100));
-    EXPECT_EQ(class_load.static_fields_size, 1U + 2 + 4 + 8 + 8 + 8);
+    EXPECT_EQ(class_load.static_fields_size, 1U + 1 + 2 + 2 + 4 + 4 + 8 + 8 + 8 + 8);
     EXPECT_EQ(getCurrentClassSequence(), before) << "nothing is registered";
 }
 
@@ -245,24 +258,14 @@ TEST_F(DispatcherTest, WhileDisabledOnlyHookAndInitDoneAreActedOn) {
     EXPECT_EQ(getCurrentClassSequence(), before);
     EXPECT_TRUE(qlog.lines().empty());
 
-    Bytes bytes = ClassFileBuilder().name("a/B").build();
-    JVMPI_Event hook = event(JVMPI_EVENT_CLASS_LOAD_HOOK);
-    hook.u.class_load_hook.class_data = bytes.data();
-    hook.u.class_load_hook.class_data_len = static_cast<jint>(bytes.size());
-    EventDispatcher(&hook);
-    EXPECT_EQ(hook.u.class_load_hook.new_class_data, bytes.data());
+    expectHookAnswered();
     EXPECT_FALSE(isJVMInitializationDone);
     send(JVMPI_EVENT_JVM_INIT_DONE);
     EXPECT_TRUE(isJVMInitializationDone);
 }
 
 TEST_F(DispatcherTest, WhileEnabledTheHookIsAnsweredToo) {
-    Bytes bytes = ClassFileBuilder().name("a/B").build();
-    JVMPI_Event hook = event(JVMPI_EVENT_CLASS_LOAD_HOOK);
-    hook.u.class_load_hook.class_data = bytes.data();
-    hook.u.class_load_hook.class_data_len = static_cast<jint>(bytes.size());
-    EventDispatcher(&hook);
-    EXPECT_EQ(hook.u.class_load_hook.new_class_data, bytes.data());
+    expectHookAnswered();
 }
 
 TEST_F(DispatcherTest, MethodEventsAreStampedAndTheirCpuTimeNeverGoesBack) {

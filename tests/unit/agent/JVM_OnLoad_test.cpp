@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <ostream>
 #include <sstream>
 #include <string>
 
@@ -148,9 +147,6 @@ struct ModFile {
     const char* content;  // null: no file
     int level;
 };
-void PrintTo(const ModFile& file, std::ostream* out) {
-    *out << file.rule;
-}
 
 class ModFileTest : public OnLoadTest, public ::testing::WithParamInterface<ModFile> {};
 
@@ -187,9 +183,6 @@ struct LockSettings {
     int cleanup;
     int interval;
 };
-void PrintTo(const LockSettings& settings, std::ostream* out) {
-    *out << settings.rule;
-}
 
 class LockSettingsTest : public OnLoadTest, public ::testing::WithParamInterface<LockSettings> {};
 

@@ -227,20 +227,6 @@ TEST_F(ProbeMgrTest, TracingModes) {
     EXPECT_TRUE(qlog.logged("No App list created"));
 }
 
-TEST_F(ProbeMgrTest, ServerDetailsIgnoreNothingness) {
-    ProbeMgr* const probe = ProbeMgr::getInstance();
-    EXPECT_STREQ(probe->getAppServerVersion(), "0.0.0");
-    EXPECT_STREQ(probe->getComponentId(), "");
-    EXPECT_EQ(probe->getAdminServerPort(), 0);
-    probe->setAppServerVersion("6.1.0");
-    probe->setAppServerVersion("");
-    probe->setAppServerVersion(nullptr);
-    EXPECT_STREQ(probe->getAppServerVersion(), "6.1.0");
-    probe->setComponentId(std::string(300, 'x').c_str());
-    EXPECT_EQ(std::string(probe->getComponentId()), std::string(255, 'x'));
-    ProbeMgr::destroy();
-}
-
 TEST_F(ProbeMgrTest, AFlushWithoutAServiceDoesNothing) {
     Java_com_velora_probe_ProbeController_flushNativeProbe(env, nullptr, 1000);
     EXPECT_EQ(vm.waitedMs(), 0);

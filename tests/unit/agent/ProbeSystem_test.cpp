@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -39,9 +38,6 @@ struct SplitCase {
     bool file;
     Words words;
 };
-void PrintTo(const SplitCase& split, std::ostream* out) {
-    *out << split.rule;
-}
 
 class SplitOptionsTest : public ::testing::TestWithParam<SplitCase> {};
 
@@ -175,9 +171,6 @@ struct HashSize {
     ULONG used;
     bool warned;
 };
-void PrintTo(const HashSize& size, std::ostream* out) {
-    *out << size.rule;
-}
 
 class HashSizeTest : public ProbeSystemTest, public ::testing::WithParamInterface<HashSize> {};
 
@@ -258,6 +251,8 @@ TEST_F(ProbeSystemTest, ServerIdentityReachesTheRecords) {
     Java_com_velora_probe_ProbeSystem_setServerIdentity(env, nullptr, nullptr, jni.string(""), 1);
     EXPECT_STREQ(ProbeMgr::getInstance()->getAppServerVersion(), "9.0.85");
     EXPECT_STREQ(ProbeMgr::getInstance()->getComponentId(), "tomcat");
+    ProbeMgr::getInstance()->setComponentId(std::string(300, 'x').c_str());
+    EXPECT_EQ(std::string(ProbeMgr::getInstance()->getComponentId()), std::string(255, 'x'));
     ProbeMgr::destroy();
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <limits>
-#include <ostream>
 #include <string>
 
 #include "capture/EventStamp.h"
@@ -64,26 +63,6 @@ TEST_F(EventUtilsTest, CreatesOnlyItsOwnKinds) {
     EXPECT_EQ(thread->servletDepth_, 0);
 }
 
-TEST_F(EventUtilsTest, GarbageCollectionsGoToTheReportingThread) {
-    EventUtils::appendGCStartEvent(env);
-    EventUtils::appendGCEndEvent(env, 1, 22, jlong{1} << 40);
-    const auto events = take();
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_EQ(events[0]->getSubType(), START);
-    const auto& end = dynamic_cast<const GCEvent&>(*events[1]);
-    EXPECT_EQ(end.getSubType(), END);
-    EXPECT_EQ(end.used_objects, 1);
-    EXPECT_EQ(end.used_object_space, 22);
-    EXPECT_EQ(end.total_object_space, jlong{1} << 40);
-    EXPECT_EQ(end.threadId_, thread->getThreadIntId());
-}
-
-TEST_F(EventUtilsTest, GarbageCollectionsWithoutAnEnvironmentAreIgnored) {
-    EventUtils::appendGCStartEvent(nullptr);
-    EventUtils::appendGCEndEvent(nullptr, 1, 2, 3);
-    EXPECT_TRUE(take().empty());
-}
-
 TEST_F(EventUtilsTest, GarbageCollectionsRespectTheGate) {
     closeGate();
     EventUtils::appendGCStartEvent(env);
@@ -133,9 +112,6 @@ struct PhaseCase {
     EventSubType phase;
     const char* order;
 };
-std::ostream& operator<<(std::ostream& out, const PhaseCase& c) {
-    return out << c.name;
-}
 
 class ClockOrder : public EventUtilsTest, public ::testing::WithParamInterface<PhaseCase> {
 protected:

@@ -4,7 +4,6 @@
 
 #include <fstream>
 #include <iterator>
-#include <ostream>
 #include <string>
 
 #include "support/CaptureFixture.h"
@@ -29,9 +28,6 @@ struct TokenCase {
     const char* file;  // null: none
     unsigned firstToken;
 };
-std::ostream& operator<<(std::ostream& out, const TokenCase& c) {
-    return out << c.name;
-}
 
 // One process per test, as the region bits only ever add up.
 class GPSFirstToken : public GPSTokenTest, public ::testing::WithParamInterface<TokenCase> {};
@@ -95,9 +91,6 @@ struct CushionCase {
     const char* saved;
     bool warned;
 };
-std::ostream& operator<<(std::ostream& out, const CushionCase& c) {
-    return out << c.name;
-}
 class GPSCushion : public GPSTokenTest, public ::testing::WithParamInterface<CushionCase> {};
 
 TEST_P(GPSCushion, IsBounded) {

@@ -1,6 +1,5 @@
 #include "capture/JavaText.h"
 
-#include <ostream>
 #include <string>
 
 #include "event/EventText.h"
@@ -14,9 +13,6 @@ struct CopyCase {
     int limit;
     std::string expected;
 };
-std::ostream& operator<<(std::ostream& out, const CopyCase& c) {
-    return out << c.name;
-}
 
 class JavaTextCopy : public VelFixture, public ::testing::WithParamInterface<CopyCase> {};
 

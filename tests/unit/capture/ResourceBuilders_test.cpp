@@ -1,7 +1,6 @@
 #include "capture/ResourceBuilders.h"
 
 #include <functional>
-#include <ostream>
 #include <string>
 
 #include "support/CaptureFixture.h"
@@ -25,9 +24,6 @@ struct NullCase {
     std::function<bool(JNIEnv*)> append;
     std::function<std::vector<const char*>(const Event&)> texts;
 };
-std::ostream& operator<<(std::ostream& out, const NullCase& c) {
-    return out << c.name;
-}
 class NoNullText : public ResourceTest, public ::testing::WithParamInterface<NullCase> {};
 
 TEST_P(NoNullText, OfAnyKindAndPhase) {

@@ -1,7 +1,8 @@
 #include "capture/command_agent.h"
 
 #include <cstring>
-#include <ostream>
+#include <functional>
+#include <map>
 #include <string>
 
 #include "foundation/Globals.h"
@@ -79,51 +80,21 @@ protected:
         return told;
     }
     void play(const std::string& steps) {
-        for (const char step : steps) {
-            switch (step) {
-                case 'h':
-                    start();
-                    break;
-                case 'H':
-                    finish();
-                    break;
-                case 'x':
-                    error();
-                    break;
-                case 'c':
-                    finish(u"JSP_CANCEL_REQUEST");
-                    break;
-                case 'C':
-                    error(u"JSP_CANCEL_REQUEST");
-                    break;
-                case 'j':
-                    beginEjb();
-                    break;
-                case 'J':
-                    endEjb();
-                    break;
-                case 's':
-                    startIiop();
-                    break;
-                case 'S':
-                    finishIiop();
-                    break;
-                case 'i':
-                    invoke();
-                    break;
-                case 'I':
-                    endInvoke();
-                    break;
-                case 'r':
-                    receive(7);
-                    break;
-                case 'R':
-                    completeReceive();
-                    break;
-                default:
-                    FAIL() << step;
-            }
-        }
+        const std::map<char, std::function<void()>> does = {
+            {'h', [this] { start(); }},
+            {'H', [this] { finish(); }},
+            {'x', [this] { error(); }},
+            {'c', [this] { finish(u"JSP_CANCEL_REQUEST"); }},
+            {'C', [this] { error(u"JSP_CANCEL_REQUEST"); }},
+            {'j', [this] { beginEjb(); }},
+            {'J', [this] { endEjb(); }},
+            {'s', [this] { startIiop(); }},
+            {'S', [this] { finishIiop(); }},
+            {'i', [this] { invoke(); }},
+            {'I', [this] { endInvoke(); }},
+            {'r', [this] { receive(7); }},
+            {'R', [this] { completeReceive(); }}};
+        for (const char step : steps) does.at(step)();
     }
 };
 
@@ -134,9 +105,6 @@ struct NestingCase {
     int depthAfter;
     bool swallowing = false;  // level 1 with nested requests disabled
 };
-std::ostream& operator<<(std::ostream& out, const NestingCase& c) {
-    return out << c.name;
-}
 
 class Nesting : public RequestTest, public ::testing::WithParamInterface<NestingCase> {};
 
@@ -441,6 +409,7 @@ TEST_F(RequestTest, ThreadIdsByNameAndOfTheCaller) {
     EXPECT_EQ(Java_com_velora_probe_ThreadManager_getEnv(env, nullptr), myId());
     thread->setThreadName(Utils::cstrdup("worker-1"));
     thread->setGroupName(Utils::cstrdup("main"));
+    record(addThread())->setThreadName(Utils::cstrdup("worker-1"));  // in no group
     const auto idOf = [&](const char16_t* name, const char16_t* group) {
         return Java_com_velora_command_CommandAgent_getThreadId(env, nullptr, jni.string(name),
                                                                 jni.string(group));

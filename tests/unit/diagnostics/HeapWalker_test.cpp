@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <ostream>
 #include <string>
 
 #include "agent/ProbeMgr.h"
@@ -98,9 +97,6 @@ struct ArrayCase {
     std::size_t width;      // in the dump
     std::uint32_t counted;  // per element
 };
-std::ostream& operator<<(std::ostream& out, const ArrayCase& c) {
-    return out << c.name;
-}
 
 class PrimitiveArrays : public HeapWalkerTest, public ::testing::WithParamInterface<ArrayCase> {};
 
@@ -209,9 +205,6 @@ struct HostileCase {
     HeapDumpWriter dump;
     std::uint32_t instances;  // that the damaged record itself counts
 };
-std::ostream& operator<<(std::ostream& out, const HostileCase& c) {
-    return out << c.name;
-}
 class HostileDumps : public HeapWalkerTest, public ::testing::WithParamInterface<HostileCase> {};
 
 TEST_P(HostileDumps, EndTheWalkInsideTheDump) {

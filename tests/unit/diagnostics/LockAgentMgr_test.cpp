@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <functional>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -145,9 +144,6 @@ struct KindCase {
     EventType type;
     EventSubType phase;
 };
-std::ostream& operator<<(std::ostream& out, const KindCase& c) {
-    return out << c.name;
-}
 class LockKinds : public LockEventTest, public ::testing::WithParamInterface<KindCase> {};
 
 TEST_P(LockKinds, BecomeEvents) {

@@ -3,7 +3,6 @@
 #include <clocale>
 #include <cstdlib>
 #include <fstream>
-#include <ostream>
 #include <string>
 
 #include "agent/ProbeSystem.h"
@@ -20,9 +19,6 @@ struct XmxCase {
     Arguments arguments;
     int megabytes;
 };
-std::ostream& operator<<(std::ostream& out, const XmxCase& c) {
-    return out << c.name;
-}
 class MaxHeap : public ::testing::TestWithParam<XmxCase> {};
 
 TEST_P(MaxHeap, FromTheCommandLine) {
@@ -206,15 +202,6 @@ TEST_F(HeapDumpTest, AllocationsBecomeEvents) {
     Java_com_velora_probe_heap_HeapAnalysisRuntime_nativeHeapAllocationStart(env, nullptr, 5, 42,
                                                                              nullptr);
     EXPECT_NE(takeOne<DroppedEvent>(), nullptr);
-}
-
-TEST(SignatureSizes, OfAFieldInADump) {
-    const std::string known = "ZBCSIFJDL[";
-    const std::size_t sizes[] = {1, 1, 2, 2, 4, 4, 8, 8, 8, 8};
-    for (std::size_t i = 0; i < known.size(); ++i)
-        EXPECT_EQ(getSignatureTypeSize(known[i]), sizes[i]) << known[i];
-    EXPECT_EQ(getSignatureTypeSize('V'), 0U);
-    EXPECT_EQ(getSignatureTypeSize('\0'), 0U);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <climits>
 #include <cstdlib>
 #include <fstream>
-#include <ostream>
 #include <string>
 
 #include "diagnostics/threaddump.h"
@@ -69,9 +68,6 @@ struct ParseCase {
     std::string text;
     std::vector<std::string> slots;  // of two frames
 };
-std::ostream& operator<<(std::ostream& out, const ParseCase& c) {
-    return out << c.name;
-}
 class Parsing : public JavacoreTest, public ::testing::WithParamInterface<ParseCase> {};
 
 TEST_P(Parsing, FramesOfThread42) {
@@ -138,9 +134,6 @@ struct LocationCase {
     std::string content;
     std::string expected;
 };
-std::ostream& operator<<(std::ostream& out, const LocationCase& c) {
-    return out << c.name;
-}
 class Locations : public JavacoreTest, public ::testing::WithParamInterface<LocationCase> {};
 
 TEST_P(Locations, LastLineNamesTheDump) {
@@ -190,9 +183,6 @@ struct VersionCase {
     const char* version;
     const char* file;
 };
-std::ostream& operator<<(std::ostream& out, const VersionCase& c) {
-    return out << c.name;
-}
 class Versions : public JavacoreTest, public ::testing::WithParamInterface<VersionCase> {};
 
 TEST_P(Versions, ChooseTheLocationFileOnce) {

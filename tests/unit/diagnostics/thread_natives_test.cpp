@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <map>
-#include <ostream>
 #include <string>
 
 #include "agent/ProbeMgr.h"
@@ -174,9 +173,6 @@ struct StatusCase {
     jint expected;
     bool suspended = false;
 };
-std::ostream& operator<<(std::ostream& out, const StatusCase& c) {
-    return out << c.name;
-}
 class Status : public ThreadNativesTest, public ::testing::WithParamInterface<StatusCase> {};
 
 TEST_P(Status, IsNormalised) {
@@ -216,9 +212,6 @@ struct SetCase {
     bool suspended;
     bool cancelled;
 };
-std::ostream& operator<<(std::ostream& out, const SetCase& c) {
-    return out << c.name;
-}
 class SetStatus : public ThreadNativesTest, public ::testing::WithParamInterface<SetCase> {};
 
 TEST_P(SetStatus, ChangesTheFlags) {

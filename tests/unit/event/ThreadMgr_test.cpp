@@ -291,7 +291,8 @@ TEST_F(ThreadMgrTest, StoppingTakesEveryRecordEndedOnesToo) {
     ended->appendEvent(new GCEvent(START));
     ended->resetOnThreadEnd();
     mgr.getThreadData(env)->appendEvent(new GCEvent(START));
-    agent.reset();  // its last pass may have discarded the ended thread's event for want of a server
+    agent
+        .reset();  // its last pass may have discarded the ended thread's event for want of a server
     mgr.stop();
     EXPECT_EQ(LossBook::total(), before + 2);
     EXPECT_EQ(qlog.messages(1073).size(), 1U);
@@ -299,23 +300,6 @@ TEST_F(ThreadMgrTest, StoppingTakesEveryRecordEndedOnesToo) {
     EXPECT_EQ(mgr.getThreadData(env), nullptr);
     EXPECT_FALSE(qlog.logged("Thread being deleted even before it died"));
     EXPECT_EQ(RecordPins::waiting(), 0U);
-}
-
-TEST_F(ThreadMgrTest, FoundByGroupAndName) {
-    startAll();
-    ThreadData* const nameless = mgr.getThreadData(jni.newEnv());
-    ThreadData* const named = mgr.getThreadData(env);
-    named->setThreadName(Utils::cstrdup("worker"));
-    named->setGroupName(Utils::cstrdup("pool"));
-    nameless->setThreadName(Utils::cstrdup("worker"));
-    char pool[] = "pool";
-    char worker[] = "worker";
-    char other[] = "other";
-    EXPECT_EQ(mgr.getThreadData(pool, worker), named);
-    EXPECT_EQ(mgr.getThreadData(worker, pool), nullptr);
-    EXPECT_EQ(mgr.getThreadData(pool, other), nullptr);
-    EXPECT_EQ(mgr.getThreadData(nullptr, worker), nullptr);
-    EXPECT_EQ(mgr.getThreadData(pool, nullptr), nullptr);
 }
 
 TEST_F(ThreadMgrTest, CopiesCarryTheProcessIdsOfEveryRecord) {

@@ -24,19 +24,6 @@ TEST(BlockPool, ReusesWhatTheSameThreadFreed) {
     Pool<16>::release(nullptr);
 }
 
-TEST(BlockPool, HandsOutEachBlockOnce) {
-    using P = Pool<32>;
-    for (int round = 0; round < 3; ++round) {
-        std::set<void*> live;
-        for (int i = 0; i < 1000; ++i) {
-            void* const block = P::allocate();
-            std::memset(block, i, 32);
-            ASSERT_TRUE(live.insert(block).second);
-        }
-        for (void* block : live) P::release(block);
-    }
-}
-
 TEST(BlockPool, AFreeingThreadHandsBatchesToTheNextProducer) {
     using P = Pool<48>;
     std::vector<void*> blocks;

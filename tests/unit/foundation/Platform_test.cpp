@@ -69,11 +69,6 @@ TEST(CommandLine, MayBeOfAnyLength) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
-TEST(Platform, Identity) {
-    EXPECT_EQ(getProcessId(), getpid());
-    EXPECT_EQ(getPlatformId(), 3);
-}
-
 struct StatCase {
     const char* name;
     std::string stat;

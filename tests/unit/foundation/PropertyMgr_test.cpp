@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/TestHome.h"
@@ -308,23 +306,6 @@ TEST_F(PropertyMgrTest, IsOneAndPublished) {
     p->start();
     EXPECT_EQ(vm.counts().create, 1);
     EXPECT_TRUE(qlog.logged("PropertyMgr started"));
-}
-
-TEST_F(PropertyMgrTest, ReadersNeedNoLockWhileSettingsChange) {
-    PropertyMgr* const p = load("a=0\n");
-    std::atomic<bool> done{false};
-    std::thread reader([&] {
-        while (!done) {
-            const char* const value = p->getProperty("a");
-            EXPECT_TRUE(value[0] >= '0' && value[0] <= '9');
-        }
-    });
-    for (int i = 0; i < 300; ++i) {
-        p->putIntProperty("a", i);
-        p->putIntProperty(("k" + std::to_string(i)).c_str(), i);
-    }
-    done = true;
-    reader.join();
 }
 
 }  // namespace

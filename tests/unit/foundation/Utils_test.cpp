@@ -79,12 +79,4 @@ TEST(Utils, LogPrintsALine) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "100% done \n");
 }
 
-TEST(Utils, CopiesAreOfTheirOwn) {
-    const char text[] = "text";
-    const std::unique_ptr<char[]> copy(Utils::cstrdup(text));
-    EXPECT_STREQ(copy.get(), text);
-    EXPECT_NE(copy.get(), text);
-    EXPECT_EQ(Utils::cstrdup(nullptr), nullptr);
-}
-
 }  // namespace

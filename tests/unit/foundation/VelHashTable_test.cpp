@@ -56,28 +56,6 @@ TEST_F(VelHashTableTest, IntegersShareBucketsInRunsOfEight) {
     EXPECT_EQ(table.get(2), 0);
 }
 
-struct SizeCase {
-    int requested, buckets;
-};
-
-TEST(VelHashTableSize, IsTheNextBiggerPrime) {
-    for (const SizeCase& c : {SizeCase{10, 11},
-                              {11, 13},
-                              {21, 23},
-                              {64, 67},
-                              {15, 17},
-                              {0, 2},
-                              {-5, 2},
-                              {1259, 1259},
-                              {2000, 2000}}) {
-        // Keys 8k fill bucket k in order; the first key to wrap around tells the number of buckets.
-        VelHashTable<int, int> table(c.requested, false);
-        table.put(8 * c.buckets, 2);        // bucket 0
-        table.put(8 * (c.buckets - 1), 1);  // the last one
-        EXPECT_EQ(taken(table.getVals()), (std::vector<int>{2, 1})) << c.requested;
-    }
-}
-
 TEST_F(VelHashTableTest, ReplacingKeepsTheFirstKey) {
     std::string first = "key";
     std::string second = "key";

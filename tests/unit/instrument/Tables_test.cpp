@@ -322,10 +322,6 @@ struct FilterCase {
     int expected;
 };
 
-void PrintTo(const FilterCase& filterCase, std::ostream* out) {
-    *out << filterCase.rule;
-}
-
 class ClassFilterTest : public ::testing::TestWithParam<FilterCase> {
 protected:
     void SetUp() override { publishFilterLists(include_, exclude_); }

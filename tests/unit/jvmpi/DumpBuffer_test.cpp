@@ -6,12 +6,6 @@
 namespace adapter {
 namespace {
 
-TEST(DumpBuffer, IsEmptyAtFirst) {
-    DumpBuffer buffer;
-    EXPECT_EQ(buffer.size(), 0u);
-    EXPECT_EQ(buffer.begin(), buffer.end());
-}
-
 TEST(DumpBuffer, KeepsContentsAndGivesZeroes) {
     DumpBuffer buffer;
     constexpr std::uint64_t kStep = 100'003;  // odd, so that values straddle pages

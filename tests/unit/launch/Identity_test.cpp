@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <map>
-#include <ostream>
 
 #include "launch/EnvironmentOverlay.h"
 
@@ -19,9 +18,6 @@ struct NameCase {
     const char* command;
     const char* expected;
 };
-std::ostream& operator<<(std::ostream& out, const NameCase& test) {
-    return out << test.expected;
-}
 
 class ServerNameTest : public testing::TestWithParam<NameCase> {};
 

@@ -236,15 +236,6 @@ TEST(Session, KeepsOpenWorkWhenTheAgentAnnouncesItselfAgain) {
     EXPECT_EQ(s.lines.with(R"("outcome":"ok")").size(), 1u);
 }
 
-TEST(Session, GivesUpUnfinishedWorkWhenTheConnectionEnds) {
-    Session s(Format::json);
-    s.play(byhand::packet({byhand::servletStart({1, 1, 0, 0}, "n", "a", "/u")}));
-    const std::vector<std::string> lines = s.lines.with(R"("type":"request")");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_NE(lines[0].find(R"("url":"/u")"), std::string::npos);
-    EXPECT_NE(lines[0].find(R"("outcome":"unfinished","why":"disconnected")"), std::string::npos);
-}
-
 struct LabelCase {
     const char* name;
     byhand::Bytes start, end;

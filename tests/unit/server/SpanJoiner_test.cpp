@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <sstream>
 #include <string>
 
@@ -82,43 +83,25 @@ private:
             return take(byhand::methodStep(word[0] == 'M', at.thread, number(), now));
         at.depth = number() & 255;
         const byhand::Bytes names = byhand::Writer().u8(0).text("").text("").text("u").done();
-        const byhand::Bytes portalNames = byhand::hex("0000 0000 0000 0000");
         const byhand::Bytes methodAndClass = byhand::Writer().u32(1).text("C").done();
-        switch (word[0]) {
-            case 'S':
-                return take(byhand::servletStart(at, "n", "a", "u"));
-            case 's':
-                return take(byhand::timed(5, at));
-            case 'X':
-                return take(byhand::timed(50, at));
-            case 'E':
-                return take(byhand::timed(6, at, names));
-            case 'e':
-                return take(byhand::timed(7, at));
-            case 'I':
-                return take(byhand::timed(152, at, byhand::hex("0000 00000000 0000")));
-            case 'i':
-                return take(byhand::timed(153, at));
-            case 'P':
-                return take(byhand::timed(65, at, portalNames));
-            case 'p':
-                return take(byhand::timed(66, at));
-            case 'Q':
-                return take(byhand::sqlStart(at, "d", "select"));
-            case 'q':
-                return take(byhand::timed(10, at));
-            case 'H':
-                return take(
-                    byhand::timed(124, at, byhand::Writer().raw(methodAndClass).u32(1).done()));
-            case 'h':
-                return take(byhand::timed(125, at));
-            case 'L':
-                return take(byhand::timed(118, at, methodAndClass));
-            case 'l':
-                return take(byhand::timed(119, at));
-            default:
-                FAIL() << word;
-        }
+        if (word[0] == 'S') return take(byhand::servletStart(at, "n", "a", "u"));
+        if (word[0] == 'Q') return take(byhand::sqlStart(at, "d", "select"));
+        const std::map<char, std::pair<unsigned, byhand::Bytes>> records = {
+            {'s', {5, {}}},
+            {'X', {50, {}}},
+            {'E', {6, names}},
+            {'e', {7, {}}},
+            {'I', {152, byhand::hex("0000 00000000 0000")}},
+            {'i', {153, {}}},
+            {'P', {65, byhand::hex("0000 0000 0000 0000")}},
+            {'p', {66, {}}},
+            {'q', {10, {}}},
+            {'H', {124, byhand::Writer().raw(methodAndClass).u32(1).done()}},
+            {'h', {125, {}}},
+            {'L', {118, methodAndClass}},
+            {'l', {119, {}}}};
+        const auto& [type, fields] = records.at(word[0]);
+        take(byhand::timed(type, at, fields));
     }
 
     void dropped(const std::string& word, std::uint32_t thread) {

@@ -52,6 +52,15 @@ protected:
         event->methodName = name;
         thread->appendEvent(event);
     }
+    // An SQL event with a text of so many characters.
+    void produceLong(ThreadData* thread, std::size_t length) {
+        auto* const event = new SQLEvent(START);
+        event->data_source_name = emptyText();
+        event->sql = new char[length + 1]{};
+        std::memset(event->sql, 'x', length);
+        ++produced;
+        thread->appendEvent(event);
+    }
     static void end(ThreadData* thread) { thread->resetOnThreadEnd(); }
     std::vector<std::uint8_t> lastBytes(std::size_t count, std::size_t connection = 0) {
         std::vector<std::uint8_t> all = server.bytes(connection);
@@ -199,13 +208,7 @@ TEST_F(EventAgentTest, ARecordThatFitsNoPacketIsLeftOutAndToldOncePerKind) {
     runReady();
     ThreadData* const thread = newThread();
     for (int i = 0; i < 3; ++i) {
-        auto* const event = new SQLEvent(START);
-        event->data_source_name = emptyText();
-        event->sql = new char[5001];
-        std::memset(event->sql, 'x', 5000);
-        event->sql[5000] = 0;
-        ++produced;
-        thread->appendEvent(event);
+        produceLong(thread, 5000);
         produce(thread, 1);
     }
     pass();
@@ -220,13 +223,7 @@ TEST_F(EventAgentTest, ARecordThatDoesNotFitWaitsForTheNextPacket) {
     runReady();
     ThreadData* const thread = newThread();
     produce(thread, 100);  // 2507 bytes: not full
-    auto* const event = new SQLEvent(START);
-    event->data_source_name = emptyText();
-    event->sql = new char[2001];
-    std::memset(event->sql, 'x', 2000);
-    event->sql[2000] = 0;
-    ++produced;
-    thread->appendEvent(event);
+    produceLong(thread, 2000);
     produce(thread, 2);
     gate.step("e0");
     EXPECT_EQ(thread->getEvtQueue()->size(), 3);

@@ -107,16 +107,6 @@ TEST_F(MemoryMonitorTest, StopsAtTheLimitAndResumesOnlyTheDistanceBelow) {
               "Memory Utilization: 58000000");
 }
 
-TEST_F(MemoryMonitorTest, EveryThreadRecordCosts232Bytes) {
-    runAll();
-    newThread();
-    newThread();
-    const auto records = static_cast<unsigned long>(ThreadMgr::getInstance()->getThreadCount());
-    ASSERT_GE(records, 2u);
-    memMon_.load()->checkForULimit(1000);
-    EXPECT_EQ(memMon_.load()->getMemoryTaken(), 4000000 + 1000 + records * 232);
-}
-
 TEST_F(MemoryMonitorTest, TheAveragesFreezeAtThe254thSample) {
     started();
     EXPECT_EQ(MemoryMonitor::getRequestSize(), 188);
