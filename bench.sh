@@ -11,8 +11,9 @@ what=${1:-all}
 
 scripts/setup.sh
 log=$(mktemp)
-trap 'rm -f "$log"' EXIT
+trap 'rm -f "$log"' EXIT  # until the VM's part sets its own
 { cmake --preset release && cmake --build --preset release -j "$(nproc)"; } >"$log" 2>&1 || { tail -n 40 "$log"; exit 1; }
+rm -f "$log"
 build=$PWD/build/release
 
 if [ "$what" != java ]; then
@@ -24,20 +25,16 @@ if [ "$what" != java ]; then
 fi
 
 if [ "$what" != native ]; then
-    work=$(mktemp -d)
-    "$build/home/bin/velora-ps" --listen 127.0.0.1:0 --port-file "$work/port" --format json >/dev/null 2>"$work/ps.log" &
-    ps_pid=$!
-    trap 'kill $ps_pid 2>/dev/null; rm -rf "$log" "$work"' EXIT
-    for _ in $(seq 100); do [ -s "$work/port" ] && break; sleep 0.1; done
-    home=$work/home
-    mkdir -p "$home/logs"
-    cp -r "$build/home/etc" "$home/etc"
-    ln -s "$build/home/lib" "$build/home/msg" "$build/home/codeset" "$home/"
-    printf '\ninternal.probe.event.queue.size.limit=2000000\ninternal.memory.limit=2000\n' >>"$home/etc/datacollector.properties"
-    "$(readlink -f "$(command -v javac)" | xargs dirname)/javac" -cp "$home/lib/velora.jar" -d "$work" bench/java/PairBench.java
-    java=${JAVA_HOME:+$JAVA_HOME/bin/}java
-    echo "== request natives on a real VM: $("$java" -version 2>&1 | sed -n 2p)"
-    QLOG_COMMON_DIR="$work/log" "$java" -Xmx512m "-agentpath:$home/lib/libvelora_agent.so" "-Dam.home=$home" -Dam.nodename=bench \
-        -Dam.appserver=bench -Dvelora.ps="127.0.0.1:$(cat "$work/port")" -cp "$work" PairBench 2>/dev/null |
-        grep -vE '^(## |NLSPATH=|INFO: |set log|ffdc )'
+    . bench/monitored_java.sh
+    "${bin}javac" -cp "$home/lib/velora.jar" -d "$work" bench/java/PairBench.java
+    settings=$home/etc/datacollector.properties
+    cp "$settings" "$work/shipped"
+    # pair_bench TITLE PAIRS PAUSE_MS SETTING...: PAIRS requests, then PAUSE_MS for the drainer, and so on
+    pair_bench() {
+        echo "== request natives on a real VM, $1: $(java_version)"
+        printf '%s\n' "${@:4}" | cat "$work/shipped" - >"$settings"
+        monitored_java -Xmx512m PairBench "$2" "$3"
+    }
+    pair_bench "queues drained between rounds" 2000 150 internal.probe.publishing.frequency=100
+    pair_bench "bursts of two seconds" 5000 20 internal.probe.event.queue.size.limit=2000000 internal.memory.limit=2000
 fi

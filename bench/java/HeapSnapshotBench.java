@@ -13,7 +13,8 @@ import java.util.stream.Stream;
 /**
  * Fills the heap with small objects (HeapSnapshotBench OBJECTS FOLDER), then takes the collector's summary and the VM's
  * own heap dump (what jcmd GC.heap_dump runs) in turn, three times each, and prints one table line each: seconds, MB of live heap per second, the
- * longest time a Java thread stood still, and what resident memory grew by at its peak.
+ * longest time a Java thread stood still, what resident memory grew by at its peak, and what of that is still there
+ * afterwards.
  */
 public final class HeapSnapshotBench {
     private static final class Small {
@@ -44,7 +45,7 @@ public final class HeapSnapshotBench {
         clock.setDaemon(true);
         clock.start();
         System.out.printf("%d small objects, %.0f MB of live heap%n%n", objects, megabytes);
-        System.out.printf("| | seconds | MB/s | longest pause, ms | extra resident, MB |%n|---|---|---|---|---|%n");
+        System.out.printf("| | seconds | MB/s | longest pause, ms | extra resident, MB | stays, MB |%n|---|---|---|---|---|---|%n");
         for (int round = 1; round <= 3; round++) {
             measure("summary, run " + round, megabytes, () -> summary(objects));
             measure("VM heap dump, run " + round, megabytes, () -> vmDump(new File(args[1], "dump.hprof")));
@@ -75,8 +76,9 @@ public final class HeapSnapshotBench {
         String failure = work.call();
         double seconds = (System.nanoTime() - start) / 1e9;
         Thread.sleep(50);
-        System.out.printf("| %s%s | %.2f | %.0f | %d | %d |%n", what, failure, seconds, megabytes / seconds,
-                longestPause.get() / 1_000_000, Math.max(0, status("VmHWM:") - before) / 1000);
+        System.out.printf("| %s%s | %.2f | %.0f | %d | %d | %d |%n", what, failure, seconds, megabytes / seconds,
+                longestPause.get() / 1_000_000, Math.max(0, status("VmHWM:") - before) / 1000,
+                (status("VmRSS:") - before) / 1000);
     }
 
     private static long status(String key) throws Exception {

@@ -17,11 +17,13 @@ import jdk.jfr.StackTrace;
  * the same four texts and, like ours, two readings of the thread's CPU time. One run measures all contestants in turn,
  * round after round, and reports medians, so that drift of the machine meets all of them alike.
  *
- * <p>Run by bench.sh with the agent inside and a Publish Server that takes everything.
+ * <p>PairBench PAIRS PAUSE_MS: a round is PAIRS requests of each contestant and a pause, in which their drainers get
+ * their turn. Run by bench.sh with the agent inside and a Publish Server that takes everything.
  */
 public final class PairBench {
     private static final int ROUNDS = 60;
-    private static final int PAIRS = 5000; // a round: a few milliseconds
+    private static int pairs; // of a round
+    private static int pauseMs; // behind every round
     private static final ThreadMXBean THREADS = ManagementFactory.getThreadMXBean();
 
     @Category("Velora")
@@ -67,6 +69,8 @@ public final class PairBench {
     private static final Pair[] PAIR = {PairBench::velora, PairBench::flightRecorder, PairBench::clocksOnly};
 
     public static void main(String[] args) throws Exception {
+        pairs = Integer.parseInt(args[0]);
+        pauseMs = Integer.parseInt(args[1]);
         for (int i = 0; i < 200 && !ProbeController.isNativeProbeEnabled(); i++) {
             Thread.sleep(100);
         }
@@ -114,7 +118,7 @@ public final class PairBench {
                                 result[p][round * threads + number] = ns;
                             }
                         }
-                        Thread.sleep(20); // the drainers of both contestants get their turn between the rounds
+                        Thread.sleep(pauseMs); // the drainers of both contestants get their turn
                     }
                 } catch (Exception e) {
                     throw new IllegalStateException(e);
@@ -131,16 +135,16 @@ public final class PairBench {
     private static double round(Pair pair, String[] known, boolean fresh, int round, int thread) {
         String[] urls = known;
         if (fresh) {
-            urls = new String[PAIRS];
-            for (int i = 0; i < PAIRS; i++) {
+            urls = new String[pairs];
+            for (int i = 0; i < pairs; i++) {
                 urls[i] = "/shop/order/" + thread + "/" + round + "/" + i;
             }
         }
         long start = System.nanoTime();
-        for (int i = 0; i < PAIRS; i++) {
+        for (int i = 0; i < pairs; i++) {
             pair.run(urls[fresh ? i : i & 63]);
         }
-        return (System.nanoTime() - start) / (double) PAIRS;
+        return (System.nanoTime() - start) / (double) pairs;
     }
 
     private static double median(double[] values) {
