@@ -98,10 +98,17 @@ void LoopbackServer::endConnections() {
 }
 
 bool LoopbackServer::waitUntilEnded() const {
-    return waitUntil([this] {
-        return std::all_of(connections_.begin(), connections_.end(),
-                           [](const Connection& connection) { return connection.fd < 0; });
-    });
+    return waitUntil([this] { return allEndedLocked(); });
+}
+
+bool LoopbackServer::allEnded() const {
+    const std::lock_guard hold(lock_);
+    return allEndedLocked();
+}
+
+bool LoopbackServer::allEndedLocked() const {
+    return std::all_of(connections_.begin(), connections_.end(),
+                       [](const Connection& connection) { return connection.fd < 0; });
 }
 
 void LoopbackServer::resetConnections() {

@@ -35,6 +35,7 @@ public:
     // closed, and loses nothing. Returns before that; waitUntilEnded() waits for it.
     void endConnections();
     bool waitUntilEnded() const;
+    bool allEnded() const;
     // Resets every connection; what was not read is gone.
     void resetConnections();
 
@@ -56,6 +57,7 @@ private:
 
     void run();
     void open();
+    bool allEndedLocked() const;
     void acceptOneLocked();
     void readLocked(Connection& connection);
     void closeLocked(Connection& connection);

@@ -17,6 +17,8 @@
 
 namespace {
 
+constexpr int kAckLimitMs = 300;  // Linux puts an acknowledgement off for 200 ms at most
+
 // Intended: no name resolution; other texts than dotted addresses give an address without a host.
 sockaddr_in addressOf(const char* host, int port) {
     sockaddr_in address{};
@@ -153,10 +155,13 @@ void NetworkAgent::forgetAcknowledged() {
         unacknowledged_.pop_front();
 }
 
-// After a failed write: packets that still lay in our own send buffer went down with the
-// connection. What the peer's system had taken counts as delivered, though its program may not have
-// read it.
+// After a failed write, or when the peer has closed its side: packets that still lie in our own
+// send buffer go down with the connection. What the peer's system has taken counts as delivered,
+// though its program may not have read it; a peer that reads on takes the rest as well, so it gets
+// the time to say so.
 void NetworkAgent::countUnacknowledged() {
+    if (!unacknowledged_.empty() && socketOpen_)
+        pssocket::awaitAcknowledged(socketFd_, kAckLimitMs, [this] { return stopRequested(); });
     forgetAcknowledged();
     long events = 0;
     for (const Written& packet : unacknowledged_) events += packet.events;

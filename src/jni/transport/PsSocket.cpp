@@ -18,6 +18,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr int kAckStepMs = 2;
+
 int pendingError(int fd, int ifNone) {
     int error = 0;
     socklen_t size = sizeof error;
@@ -116,6 +118,13 @@ std::uint64_t unacknowledgedBytes(int fd) {
     int bytes = 0;
     if (ioctl(fd, SIOCOUTQ, &bytes) != 0 || bytes < 0) return 0;
     return static_cast<std::uint64_t>(bytes);
+}
+
+void awaitAcknowledged(int fd, int limitMs, const StopTest& stop) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(limitMs);
+    pollfd broken{fd, 0, 0};  // POLLERR and POLLHUP come unasked
+    while (unacknowledgedBytes(fd) > 0 && Clock::now() < deadline && !stop())
+        if (poll(&broken, 1, kAckStepMs) != 0) return;
 }
 
 std::string errorText(int error) {

@@ -37,6 +37,10 @@ bool peerHasGone(int fd);
 // Bytes that the peer's side has not acknowledged; 0 when the system cannot tell.
 std::uint64_t unacknowledgedBytes(int fd);
 
+// Waits until the peer's side has acknowledged everything, which it may put off for 200 ms while
+// nothing flows back; at most limitMs, and no longer than the connection can still carry anything.
+void awaitAcknowledged(int fd, int limitMs, const StopTest& stop);
+
 std::string errorText(int error);
 
 }  // namespace pssocket

@@ -125,6 +125,30 @@ TEST_F(StuckWrite, CompletesOnceThePeerReads) {
     EXPECT_TRUE(server.waitForBytes(0, bytes.size()));
 }
 
+TEST_F(StuckWrite, WaitsForAcknowledgementsAsLongAsTheyCanCome) {
+    write(50, kNever);
+    ASSERT_GT(pssocket::unacknowledgedBytes(socket.fd), 0U);
+    pssocket::awaitAcknowledged(socket.fd, 3600000, kAtOnce);
+    pssocket::awaitAcknowledged(socket.fd, 20, kNever);
+    EXPECT_GT(pssocket::unacknowledgedBytes(socket.fd), 0U) << "nobody reads";
+    int asked = 0;
+    pssocket::awaitAcknowledged(socket.fd, 3600000, [&] {
+        if (++asked == 1) server.setManner(LoopbackServer::Manner::reading);
+        return false;
+    });
+    EXPECT_EQ(pssocket::unacknowledgedBytes(socket.fd), 0U);
+}
+
+TEST_F(StuckWrite, WaitsForNoAcknowledgementOfABrokenConnection) {
+    write(50, kNever);
+    int asked = 0;
+    pssocket::awaitAcknowledged(socket.fd, 3600000, [&] {
+        if (++asked == 1) server.resetConnections();
+        return false;
+    });
+    EXPECT_GT(asked, 0);
+}
+
 TEST(PsSocket, WritesNothingToAPeerThatHasClosed) {
     LoopbackServer server;
     Socket socket;
