@@ -39,10 +39,33 @@ jvmtiEnv* openTagsLocked() {
     return table().tags;
 }
 
-// Caller holds the lock.
-void sweepLocked(JNIEnv* env) {
-    std::erase_if(table().objects, [&](const auto& entry) { return !entry.second->get(env); });
-    table().sweepAt = std::max<std::size_t>(1024, 2 * table().objects.size());
+// Forgets the ids of collected objects; what lives comes back. The lock is held for the copy and
+// the erasing only: the references are looked at, and given up, outside.
+IdsAndObjects sweep(JNIEnv* env) {
+    IdsAndObjects living;
+    {
+        const std::lock_guard guard(table().lock);
+        living.assign(table().objects.begin(), table().objects.end());
+    }
+    const auto dead = std::stable_partition(living.begin(), living.end(), [&](const auto& entry) {
+        return static_cast<bool>(entry.second->get(env));
+    });
+    {
+        const std::lock_guard guard(table().lock);
+        for (auto entry = dead; entry != living.end(); ++entry) table().objects.erase(entry->first);
+        table().sweepAt = std::max<std::size_t>(1024, 2 * table().objects.size());
+    }
+    living.erase(dead, living.end());
+    return living;
+}
+
+void sweepIfDue(JNIEnv* env) {
+    {
+        const std::lock_guard guard(table().lock);
+        if (table().objects.size() < table().sweepAt) return;
+        table().sweepAt *= 2;  // one thread sweeps; without memory for it the next one tries later
+    }
+    sweep(env);
 }
 
 bool isClass(JNIEnv* env, jobject object) {
@@ -76,12 +99,12 @@ jobjectID idOfObject(JNIEnv* env, jobject object) {
     if (const jlong known = tagIn(singleIds.load(std::memory_order_acquire), object)) {
         return toObjectId(known);
     }
+    sweepIfDue(env);
     auto weak = std::make_shared<const WeakRef>(env, object);
     const std::lock_guard guard(table().lock);
     jvmtiEnv* tags = openTagsLocked();
     if (tags == nullptr) return nullptr;
     if (const jlong known = tagIn(tags, object)) return toObjectId(known);
-    if (table().objects.size() >= table().sweepAt) sweepLocked(env);
     const jlong tag = table().next;
     table().objects.emplace(tag, std::move(weak));
     if (tags->SetTag(object, tag) != JVMTI_ERROR_NONE) {
@@ -106,10 +129,8 @@ jobject objectOfId(JNIEnv* env, jobjectID id) {
     return weak == nullptr ? nullptr : weak->get(env).release();
 }
 
-std::vector<std::pair<jlong, SharedWeakRef>> livingSingles(JNIEnv* env) {
-    const std::lock_guard guard(table().lock);
-    sweepLocked(env);
-    return {table().objects.begin(), table().objects.end()};
+IdsAndObjects livingSingles(JNIEnv* env) {
+    return sweep(env);
 }
 
 void setDumpEnvironment(jvmtiEnv* environment) {

@@ -35,8 +35,10 @@ jobjectID idOfObject(JNIEnv* env, jobject object);
 // A new local reference to the object; null when it is gone or was never known.
 jobject objectOfId(JNIEnv* env, jobjectID id);
 
+using IdsAndObjects = std::vector<std::pair<jlong, SharedWeakRef>>;
+
 // All objects of this file's range that are alive. A heap dump takes these ids over.
-std::vector<std::pair<jlong, SharedWeakRef>> livingSingles(JNIEnv* env);
+IdsAndObjects livingSingles(JNIEnv* env);
 
 // While a dump's event is being handled its objects can be found through the environment that
 // tagged them. Null: no longer.
