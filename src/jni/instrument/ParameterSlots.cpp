@@ -3,6 +3,7 @@
 namespace {
 
 constexpr std::string_view kThis = "L;";  // some class; its name does not matter here
+constexpr std::string_view kString = "Ljava/lang/String;";
 
 // The first of these parameter types; the rest of the descriptor begins behind it.
 std::string_view firstType(std::string_view types) {
@@ -39,11 +40,11 @@ int parameterSlots(std::string_view descriptor, bool isStatic) {
 bool slotsFit(std::string_view descriptor, const ParameterIndex& at, bool isStatic) {
     bool loader = false, name = false, bytes = false, offset = false, length = false;
     forEachParameter(descriptor, isStatic, [&](int slot, std::string_view type) {
-        loader |= slot == at.classLoader && type[0] == 'L';
-        name |= slot == at.className && type == "Ljava/lang/String;";
+        loader |= slot == at.classLoader && type[0] == 'L' && type != kString;
+        name |= slot == at.className && type == kString;
         bytes |= slot == at.byteArray && type == "[B";
         offset |= slot == at.offset && isInt(type);
         length |= slot == at.length && isInt(type);
     });
-    return loader && name && bytes && offset && length;
+    return loader && name && bytes && offset && length && at.offset != at.length;
 }
