@@ -1,4 +1,8 @@
 import com.velora.bcm.bootstrap.BcmBootstrap;
+import com.velora.shaded.asm.ClassReader;
+import com.velora.shaded.asm.ClassVisitor;
+import com.velora.shaded.asm.ClassWriter;
+import com.velora.shaded.asm.Opcodes;
 
 import java.io.InputStream;
 import java.nio.charset.StandardCharsets;
@@ -10,7 +14,7 @@ import java.util.Arrays;
  * its name, what an instrumented payload says, and what one says that the instrumenter left alone.
  */
 public final class Injected {
-    /** Defines its own copies of classes, with another version number. */
+    /** Defines its own copies of classes, written anew as class files of an old version. */
     private static final class OldVersions extends ClassLoader {
         private final int major;
 
@@ -20,9 +24,16 @@ public final class Injected {
         }
 
         Definer make(String name) throws Exception {
-            byte[] bytes = bytesOf(name);
-            bytes[4] = bytes[5] = bytes[6] = 0;
-            bytes[7] = (byte) major;
+            ClassWriter old = new ClassWriter(0);
+            ClassVisitor withOldVersion = new ClassVisitor(Opcodes.ASM9, old) {
+                @Override
+                public void visit(int version, int access, String self, String signature, String parent,
+                        String[] interfaces) {
+                    super.visit(major, access, self, signature, parent, interfaces);
+                }
+            };
+            new ClassReader(bytesOf(name)).accept(withOldVersion, ClassReader.SKIP_FRAMES);
+            byte[] bytes = old.toByteArray();
             return (Definer) defineClass(name, bytes, 0, bytes.length).getDeclaredConstructor().newInstance();
         }
     }
