@@ -41,8 +41,9 @@ struct Identity {
     std::string profileName;
     std::string extensionDirs;
 };
-Identity identity;
-std::vector<std::string> arguments;
+// Never destroyed: natives may still run at exit.
+Identity& identity = *new Identity;
+std::vector<std::string>& arguments = *new std::vector<std::string>;
 
 std::mutex ratesLock;  // guards rates
 SamplingRates rates;

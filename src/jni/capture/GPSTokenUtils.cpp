@@ -22,7 +22,8 @@ constexpr std::size_t kLongestMask = 31;  // one counter bit has to be left
 constexpr long kDefaultCushion = 200;
 constexpr long kLargestCushion = 1'000'000;
 
-// Made while the library loads and never destroyed: threads of the server outlive our destructors.
+// These and counterFile are made while the library loads and never destroyed: threads of the server
+// outlive our destructors.
 VelLock& getTokenLock = *new VelLock;   // serialises issuing
 VelLock& saveTokenLock = *new VelLock;  // guards the settings below and the counter file
 
@@ -30,7 +31,7 @@ std::uint32_t regionId = 0;                  // the region bits of every token
 std::uint32_t gpsMask = 0xFFFFFFFFU;         // the counter bits
 std::uint32_t gpsCushion = kDefaultCushion;  // tokens between two writes of the file
 std::uint32_t gpsCounter = 0;                // what the counter file held at set-up
-std::string counterFile;                     // empty until set up: nothing is written
+std::string& counterFile = *new std::string;  // empty until set up: nothing is written
 
 enum TokenWord { kNext, kCeiling };
 // The next token and the saved high-water mark. Atomics: the mark is compared before saveTokenLock

@@ -33,8 +33,9 @@ std::array<ClassLoadRecordChain*, std::size_t{1} << kBucketBits> buckets{};
 // Finds the entry of a class name without walking the table; the views point into the table's
 // names.
 std::unordered_map<std::string_view, int>& tableIndexByName() {
-    static std::unordered_map<std::string_view, int> index;
-    return index;
+    // Never destroyed: a snapshot may still run at exit.
+    static auto* const index = new std::unordered_map<std::string_view, int>;
+    return *index;
 }
 
 std::size_t bucketOf(jobjectID id) {
