@@ -155,7 +155,7 @@ Started start(JavaVM* vm, const char* optionText) {
     const AgentOptions options = parseAgentOptions(optionText);
     for (const std::string& item : options.unknown) {
         say("unknown agent option \"%s\" ignored; known: home, node, server, profile, ps, probe, "
-            "debug",
+            "debug, admin",
             item.c_str());
     }
     const SystemProperties properties(vm);
