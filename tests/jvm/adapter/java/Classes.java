@@ -46,6 +46,7 @@ final class Classes {
         Check.run("unloadWithoutListener", Classes::unloadWithoutListener);
         Check.run("hook", Classes::hook);
         Check.run("hookOnManyThreads", Classes::hookOnManyThreads);
+        Check.run("hookSeesFirstDefinitionsOnly", Classes::hookSeesFirstDefinitionsOnly);
         Check.finish();
     }
 
@@ -258,5 +259,15 @@ final class Classes {
         Check.equal(0, TestAgent.disable(TestAgent.CLASS_LOAD_HOOK));
         Check.equal(Set.of("the agent put a longer text here"), texts);
         Check.equal(4 + 200, TestAgent.editedClasses());
+    }
+
+    private static void hookSeesFirstDefinitionsOnly() throws Exception {
+        int edited = TestAgent.editedClasses();
+        Check.equal(0, TestAgent.enable(TestAgent.CLASS_LOAD_HOOK));
+        Check.equal(0, TestAgent.change(Grow.class, null));
+        Check.equal(0, TestAgent.change(Grow.class, bytesOf("Classes$Grow")));
+        Check.equal(0, TestAgent.disable(TestAgent.CLASS_LOAD_HOOK));
+        Check.equal(edited, TestAgent.editedClasses());
+        Check.equal("hook:grow", new Grow().toString());
     }
 }

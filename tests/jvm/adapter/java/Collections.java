@@ -3,6 +3,9 @@ import java.util.List;
 
 /** Garbage-collection events. Started with 60 and 61 on. */
 final class Collections {
+    private static final int WANTED = 1000; // collections under load, or what the time allows
+    private static final int LOAD_SECONDS = 6;
+
     private static volatile Object sink;
 
     public static void main(String[] args) {
@@ -91,7 +94,10 @@ final class Collections {
         pairs(1);
     }
 
-    /** A thread that holds a raw monitor across JNI calls must not stop a collection, nor the other way round. */
+    /**
+     * A thread that holds a raw monitor across JNI calls must not stop a collection, nor the other way round; with
+     * collections that are asked for and such that the allocating threads bring about.
+     */
     private static void noHangUnderLoad() throws Exception {
         long monitor = TestAgent.monitorCreate();
         boolean[] stop = {false};
@@ -106,9 +112,21 @@ final class Collections {
             thread.start();
             threads.add(thread);
         }
-        for (int i = 0; i < 60; i++) {
+        Thread allocating = new Thread(() -> {
+            while (!stop[0]) {
+                sink = new byte[16 << 10];
+            }
+        });
+        allocating.start();
+        threads.add(allocating);
+        forget();
+        long begin = System.nanoTime();
+        int asked = 0;
+        while (hear().size() < 2 * WANTED && System.nanoTime() - begin < LOAD_SECONDS * 1_000_000_000L) {
             TestAgent.runGC();
+            asked++;
         }
+        System.out.println(hear().size() / 2 + " collections, " + asked + " of them asked for");
         stop[0] = true;
         for (Thread thread : threads) {
             thread.join();

@@ -99,6 +99,8 @@ final class TestAgent {
 
     static native int hookedClasses();
 
+    static native int change(Class<?> type, byte[] bytes);
+
     static native int dump(int level);
 
     static native long dumpUnread();
