@@ -191,6 +191,9 @@ class AdminTest(JvmTest):
             self.ask(port, "status", "--timeout", "60")
             self.assertGreater(time.monotonic() - begin, 20, "the answer must not fit into the sockets' buffers")
             self.assertLess(time.monotonic() - begin, 45)
+            with self.assertRaises(ConnectionResetError, msg="a cut answer must not end like a whole one"):
+                while caller.recv(65536):
+                    continue
         self.end(process)
 
     # ---- no port -------------------------------------------------------------------------------------------------

@@ -101,10 +101,14 @@ public final class AdminPort {
         }
     }
 
-    /** A write has no time limit of its own; closing its socket ends it. */
+    /**
+     * A write has no time limit of its own; closing its socket ends it. The reset that lingering for 0 s makes of the
+     * close tells the caller that its answer is not whole.
+     */
     private static void hangUpLate(Socket caller) throws IOException {
         try {
             Thread.sleep(WRITE_SECONDS * 1000L);
+            caller.setSoLinger(true, 0);
             caller.close();
         } catch (InterruptedException inTime) {
             return;
