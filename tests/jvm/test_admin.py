@@ -196,6 +196,15 @@ class AdminTest(JvmTest):
                     continue
         self.end(process)
 
+    # ---- no answer -----------------------------------------------------------------------------------------------
+
+    def test_disabled_probe(self):
+        process, port = self.start(jdks()[-1][1], "-Dvelora.admin=0", args=["stopped"])
+        self.assertRegex(self.ask(port, "status"), r"probe +disabled")
+        for command in (["heap"], ["stack", "1"]):
+            self.assertIn("the probe is disabled", self.ask(port, *command, expected=1))
+        self.end(process)
+
     # ---- no port -------------------------------------------------------------------------------------------------
 
     def test_port_in_use(self):

@@ -34,7 +34,9 @@ public final class Asked {
             while (waiter.getState() != Thread.State.TIMED_WAITING) {
                 Thread.sleep(1);
             }
-            if (args.length > 0) { // makes the list of threads as long as one likes
+            if (args.length > 0 && args[0].equals("stopped")) {
+                ProbeController.stopNativeProbe();
+            } else if (args.length > 0) { // makes the list of threads as long as one likes
                 start(group, "x".repeat(Integer.parseInt(args[0])), Asked::sleep);
             }
             System.out.println("ready");

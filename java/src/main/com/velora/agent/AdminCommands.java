@@ -50,6 +50,9 @@ final class AdminCommands {
     }
 
     private static String heap() {
+        if (!ProbeController.isNativeProbeEnabled()) {
+            return error("the probe is disabled");
+        }
         StringBuffer summary = new StringBuffer();
         int result = HeapUtil.getHeapSnapShotData(summary);
         switch (result) {
