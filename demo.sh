@@ -64,7 +64,7 @@ mkdir -p "$work/tomcat/"{logs,temp,webapps,work}
 cp -r demo/container/conf "$work/tomcat/conf"
 "$java" -version 2>&1 | head -1
 QLOG_COMMON_DIR="$work/log" "$java" \
-    "-agentpath:$home/lib/libvelora_agent.so" -Dvelora.ps="127.0.0.1:$ps_port" -Dam.nodename=demo -Dam.appserver=tomcat \
+    "-agentpath:$home/lib/libvelora_agent.so" -Dvelora.ps="127.0.0.1:$ps_port" -Dam.nodename=demo -Dam.appserver=tomcat -Dvelora.admin=0 \
     -Djava.io.tmpdir="$work/tomcat/temp" -Dcatalina.home=/usr/share/tomcat10 -Dcatalina.base="$work/tomcat" \
     -Ddemo.port=0 -Ddemo.webapp="$webapp" \
     -cp /usr/share/tomcat10/bin/bootstrap.jar:/usr/share/tomcat10/bin/tomcat-juli.jar \
@@ -118,10 +118,25 @@ wait_for 20 all_seen || seen=no
 echo
 echo "All ${#expected[@]} requests (nested ones included) were captured, encoded, sent over TCP and decoded."
 
+say "6. Asking the server itself: its largest classes, and where a thread is just now"
+admin=$(sed -n 's/.*"adminPort":\([0-9]*\).*/\1/p' "$work/captured.jsonl" | head -1)
+thread=$(sed -n 's/.*"type":"request".*"thread":\([0-9]*\).*/\1/p' "$work/captured.jsonl" | tail -1)
+ask() {  # how many lines to show, question
+    local lines=$1
+    shift
+    echo "  velora-ps --ask 127.0.0.1:$admin $*"
+    "$home/bin/velora-ps" --ask "127.0.0.1:$admin" "$@" >"$work/answer" || fail "no answer from the admin port"
+    head -n "$lines" "$work/answer"
+    echo
+}
+ask 9 heap
+ask 7 stack "$thread"
+
 if [ "$keep" = yes ]; then
     say "Staying up (Ctrl-C stops everything)"
     echo "  open   $base/index.html          (user demo, password demo)"
     echo "  watch  tail -f $work/captured.jsonl"
+    echo "  ask    $home/bin/velora-ps --ask 127.0.0.1:$admin threads"
     echo "  logs   $work/log/VEL/logs  $home/logs"
     wait "$tomcat_pid" || true
 fi
