@@ -6,6 +6,7 @@
 
 #include "jvmpi/ClassDescription.h"
 #include "jvmpi/EventSwitch.h"
+#include "jvmpi/HeapMeter.h"
 #include "jvmpi/HeapWalk.h"
 #include "jvmpi/Jvmti.h"
 #include "jvmpi/MemoryBudget.h"
@@ -18,6 +19,24 @@ namespace {
 // allocating meanwhile.
 std::uint64_t memoryLimit() {
     return availableMemory() / 4 * 3;
+}
+
+// What a dump is expected to take, records and the VM's tags together: 4.5 bytes for each byte of
+// the Java heap in use, as measured with objects of 24 bytes (docs/PERFORMANCE.md). A heap of
+// larger objects takes less, one of smaller ones up to 6; such a walk ends at its own limit.
+std::uint64_t expectedBytes(const HeapMeter& heap) {
+    jlong used = 0;
+    jlong total = 0;
+    heap.read(used, total);
+    return static_cast<std::uint64_t>(used) / 2 * 9;
+}
+
+// Decided before the VM is stopped: a walk that runs out of memory has stopped it for nothing.
+bool canHold(JNIEnv* env, std::uint64_t limit) {
+    const HeapMeter heap(env);
+    if (expectedBytes(heap) <= limit) return true;
+    vmti()->ForceGarbageCollection();  // what is in use may be garbage, which no dump holds
+    return expectedBytes(heap) <= limit;
 }
 
 // Counts up over all dumps, so that an id of an old dump never names an object of a new one.
@@ -59,22 +78,24 @@ void sendHeapDump(JNIEnv* env, DumpBuffer& records, int level) {
     sendEvent(event);
 }
 
-bool dump(JNIEnv* env, int level) {
+jint dump(JNIEnv* env, int level) {
     // The frame comes first and goes last: it holds the classes, and the agent asks about them in
     // its handler.
     LocalFrames frames(env);
     const OwnedEnvironment tags(openTaggingEnvironment());
-    if (!tags || !frames.push(64)) return false;
+    if (!tags) return JVMPI_NOT_AVAILABLE;
+    const std::uint64_t limit = memoryLimit();
+    if (!frames.push(64) || !canHold(env, limit)) return JVMPI_FAIL;
     linkArchivedClasses(env);
     const jlong firstId = nextDumpId.load(std::memory_order_relaxed);
-    HeapWalk walk(tags.get(), level, memoryLimit(), firstId);
-    if (!walk.run(env, frames)) return false;
+    HeapWalk walk(tags.get(), level, limit, firstId);
+    if (!walk.run(env, frames)) return JVMPI_FAIL;
     nextDumpId.store(firstId + static_cast<jlong>(walk.records().size()),
                      std::memory_order_relaxed);
     setDumpEnvironment(tags.get());
     sendHeapDump(env, walk.records(), level);
     setDumpEnvironment(nullptr);
-    return true;
+    return JVMPI_SUCCESS;
 }
 
 }  // namespace
@@ -82,18 +103,17 @@ bool dump(JNIEnv* env, int level) {
 jint requestHeapDump(const JVMPI_HeapDumpArg* argument) {
     const jint level = argument == nullptr ? JVMPI_DUMP_LEVEL_2 : argument->heap_dump_level;
     JNIEnv* env = currentEnv();
-    if (env == nullptr || !isLive() || level < JVMPI_DUMP_LEVEL_0 || level > JVMPI_DUMP_LEVEL_2) {
-        return JVMPI_FAIL;
-    }
+    if (env == nullptr || !isLive()) return JVMPI_NOT_AVAILABLE;
+    if (level < JVMPI_DUMP_LEVEL_0 || level > JVMPI_DUMP_LEVEL_2) return JVMPI_FAIL;
     if (dumping.exchange(true)) return JVMPI_FAIL;
     const ExceptionAside aside(env);
-    bool done = false;
+    jint result = JVMPI_FAIL;
     try {
-        done = dump(env, level);
+        result = dump(env, level);
     } catch (...) {  // memory
     }
     dumping.store(false);
-    return done ? JVMPI_SUCCESS : JVMPI_FAIL;
+    return result;
 }
 
 }  // namespace adapter

@@ -6,9 +6,10 @@
 namespace adapter {
 
 // Takes a dump of the level (0 to 2) and sends the requested heap-dump event with it, in the
-// calling thread. The VM stands still while the heap is walked. JVMPI_FAIL, and nothing sent, when
-// memory for it cannot be had without danger to the process, when another dump is being taken, and
-// before the VM is up.
+// calling thread. The VM stands still while the heap is walked. Nothing is sent and the result is
+//   JVMPI_FAIL           when memory for it cannot be had without danger to the process (as a rule
+//                        found out before the VM is stopped), and while another dump is being taken
+//   JVMPI_NOT_AVAILABLE  while the VM is not up, and when it does not tag objects
 jint requestHeapDump(const JVMPI_HeapDumpArg* argument);
 
 }  // namespace adapter

@@ -30,7 +30,13 @@ constexpr int kDefaultMaxHeap = 128;       // megabytes
 constexpr long kLargestMaxHeap = 4194304;  // megabytes: 4 TB
 constexpr jlong kUnknown = -1;
 
-enum SnapshotResult : jint { kDone = 0, kNotEnoughMemory = 1, kBusy = 2, kAppendFailed = 3 };
+enum SnapshotResult : jint {
+    kDone = 0,
+    kNotEnoughMemory = 1,
+    kBusy = 2,
+    kAppendFailed = 3,
+    kNoDump = 4
+};
 
 // Set while an analysis runs: the walker's tables and the summary are global.
 std::atomic<bool> analysing{false};
@@ -95,24 +101,27 @@ bool appendSummary(JNIEnv* env, jobject buffer, const char* summary) {
 
 using Summary = std::unique_ptr<char, void (*)(void*)>;
 
-// Takes a dump and its summary out of the global; null without memory or without a dump.
-Summary takeSummary() {
-    getHeapDump();
-    Summary summary(ClzSumStr, std::free);
+// The result of a dump; its summary is taken out of the global, null when there was no memory for
+// it.
+int takeSummary(Summary* summary) {
+    const int result = getHeapDump();
+    summary->reset(ClzSumStr);
     ClzSumStr = nullptr;
-    return summary;
+    return result;
 }
 
 jint takeSnapshot(JNIEnv* env, jobject buffer) {
     if (const int refused = testHeapEnvironment(env); refused != 0) return refused;
     if (analysing.exchange(true, std::memory_order_acquire)) return kBusy;
     Summary summary(nullptr, std::free);
+    int result = kDone;
     {
         struct Release {  // on a throw, too: else every later request would find one running
             ~Release() { analysing.store(false, std::memory_order_release); }
         } const release;
-        summary = takeSummary();
+        result = takeSummary(&summary);
     }
+    if (result != kDone) return result;
     if (summary == nullptr) return kDone;  // no memory for the text: nothing is appended
     if (buffer == nullptr) return kAppendFailed;
     return appendSummary(env, buffer, summary.get()) ? kDone : kAppendFailed;
@@ -190,13 +199,14 @@ int testHeapEnvironment(JNIEnv* env) {
 int getHeapDump() {
     VEL_TRACE("getHeapDump()");
     const JVMPI_Interface* const vm = ProbeMgr::getJVMPI();
-    if (vm == nullptr) return 0;
+    if (vm == nullptr) return kNoDump;
     if (vm->NotifyEvent == nullptr)
         ProbeMgr::enableClassLoad();  // installs the dispatcher, no more
     JVMPI_HeapDumpArg argument{JVMPI_DUMP_LEVEL_2};
     const jint result = vm->RequestEvent(JVMPI_EVENT_HEAP_DUMP, &argument);
     VEL_DEBUG_MIN("getHeapDump", "RequestEvent finishes (ret=%d)", result);
-    return 0;
+    if (result == JVMPI_SUCCESS) return kDone;
+    return result == JVMPI_NOT_AVAILABLE ? kNoDump : kNotEnoughMemory;
 }
 
 char* readHeapDump(const char* begin, const char* end) {

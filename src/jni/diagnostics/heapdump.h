@@ -20,8 +20,8 @@ std::size_t getSignatureTypeSize(char signature);
 
 // 0: a dump can be afforded now, 1: not enough memory.
 int testHeapEnvironment(JNIEnv* env);
-// Asks the VM for a level-2 dump, which arrives through the dispatcher before this returns. Always
-// 0.
+// Asks the VM for a level-2 dump, which arrives through the dispatcher before this returns. 0; 1
+// the VM refused it, which it does for lack of memory; 4 the VM takes no dumps, or takes none now.
 int getHeapDump();
 // Called by the dispatcher with the dump's bytes: the summary of [begin, end) becomes ClzSumStr.
 void processHeapDump(char* begin, char* end);
@@ -47,8 +47,9 @@ extern "C" {
 
 JNIEXPORT jint JNICALL
 Java_com_velora_command_heap_HeapUtil_testHeapDumpEnvironmentNative(JNIEnv* env, jobject self);
-// Appends the summary to a StringBuffer. 0; 1 not enough memory, 2 another analysis is running, 3
-// the append failed in Java.
+// Appends the summary to a StringBuffer. 0, also when there was no memory for the text and nothing
+// is appended; 1 not enough memory for a dump, 2 another analysis is running, 3 the append failed
+// in Java, 4 the VM takes no dumps.
 JNIEXPORT jint JNICALL Java_com_velora_command_heap_HeapUtil_getHeapSnapShotData(JNIEnv* env,
                                                                                  jobject self,
                                                                                  jobject buffer);

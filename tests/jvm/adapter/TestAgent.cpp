@@ -71,6 +71,8 @@ void atExit() {
     jvmpi->RawMonitorDestroy(earlyMonitor);
     if (jvmpi->RequestEvent(JVMPI_EVENT_CLASS_LOAD, nullptr) == JVMPI_SUCCESS)
         fail("request at exit");
+    if (jvmpi->RequestEvent(JVMPI_EVENT_HEAP_DUMP, nullptr) == JVMPI_FAIL)
+        fail("a dump at exit: it is taken, or there is no VM to take one");
     puts("agent: exit handler done");
     fflush(stdout);
 }

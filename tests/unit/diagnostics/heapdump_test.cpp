@@ -126,7 +126,16 @@ TEST_F(HeapDumpTest, JavaThatCannotAppendIsTold) {
 
 TEST_F(HeapDumpTest, WithoutADumpNothingIsAppended) {
     set("internal.max.heapdump.size", "1");
-    vm.onRequest = [](jint, void*) -> jint { return JVMPI_FAIL; };
+    for (const auto& [answer, result] : {std::pair{JVMPI_FAIL, 1}, {JVMPI_NOT_AVAILABLE, 4}}) {
+        vm.onRequest = [answer](jint, void*) { return answer; };
+        EXPECT_EQ(snapshot(jni.object("java/lang/StringBuffer")), result);
+    }
+    EXPECT_EQ(appended, "");
+}
+
+TEST_F(HeapDumpTest, ADumpWithoutMemoryForItsTextIsDone) {
+    set("internal.max.heapdump.size", "1");
+    vm.onRequest = [](jint, void*) { return JVMPI_SUCCESS; };
     EXPECT_EQ(snapshot(jni.object("java/lang/StringBuffer")), 0);
     EXPECT_EQ(appended, "");
 }
@@ -136,7 +145,7 @@ TEST_F(HeapDumpTest, ASecondAnalysisMeanwhileIsRefused) {
     jint second = -1;
     vm.onRequest = [&](jint, void*) -> jint {
         second = snapshot(jni.object("java/lang/StringBuffer"));
-        return JVMPI_FAIL;
+        return JVMPI_SUCCESS;
     };
     EXPECT_EQ(snapshot(jni.object("java/lang/StringBuffer")), 0);
     EXPECT_EQ(second, 2);

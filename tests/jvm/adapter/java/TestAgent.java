@@ -107,6 +107,8 @@ final class TestAgent {
 
     static native void limitMemory(long more);
 
+    static native void pretendAvailable(long bytes);
+
     static native String dumpSummary();
 
     static native String dumpKind(long object);

@@ -59,12 +59,14 @@ final class AdminCommands {
             case 0:
                 return summary.length() > 0 ? summary.toString() : error("the collector had no memory for the summary");
             case 1:
-                return error("there is not enough memory for a heap snapshot; internal.max.heapdump.size in "
-                        + "datacollector.properties says how much is wanted (MB)");
+                return error("there is not enough memory for a heap snapshot: it may take 4.5 times what the heap holds, "
+                        + "and 1.6 times internal.max.heapdump.size (MB, in datacollector.properties) must be free");
             case 2:
                 return error("another heap snapshot is being taken");
             case 3:
                 return error("the Java heap has no room for the summary");
+            case 4:
+                return error("the VM takes no heap snapshots");
             default:
                 return error("the heap snapshot ended with result " + result);
         }
