@@ -20,31 +20,47 @@ std::optional<std::uint64_t> numberIn(const std::string& path) {
     return std::nullopt;
 }
 
-std::uint64_t systemAvailable(const std::string& root) {
-    std::ifstream file(root + "/proc/meminfo");
+// The number behind the word that begins a line.
+std::optional<std::uint64_t> numberBehind(const std::string& word, const std::string& path) {
+    std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
         std::istringstream words(line);
-        std::string key;
-        std::uint64_t kilobytes = 0;
-        if (words >> key >> kilobytes && key == "MemAvailable:") return kilobytes * 1024;
+        std::string first;
+        std::uint64_t value = 0;
+        if (words >> first >> value && first == word) return value;
     }
-    return kUnknown;
+    return std::nullopt;
 }
 
-std::uint64_t restOf(const std::string& limitFile, const std::string& usedFile) {
-    const auto limit = numberIn(limitFile);
-    const auto used = numberIn(usedFile);
+std::uint64_t systemAvailable(const std::string& root) {
+    const auto kilobytes = numberBehind("MemAvailable:", root + "/proc/meminfo");
+    return kilobytes ? *kilobytes * 1024 : kUnknown;
+}
+
+// How a version of control groups calls its files, and in "memory.stat" the cache of files that
+// nobody has read lately: it counts as used, but goes as soon as the group needs memory.
+struct GroupNames {
+    const char* limit;
+    const char* used;
+    const char* oldCache;
+};
+constexpr GroupNames kVersion1{"memory.limit_in_bytes", "memory.usage_in_bytes",
+                               "total_inactive_file"};
+constexpr GroupNames kVersion2{"memory.max", "memory.current", "inactive_file"};
+
+std::uint64_t restOf(const std::string& folder, const GroupNames& names) {
+    const auto limit = numberIn(folder + names.limit);
+    auto used = numberIn(folder + names.used);
     if (!limit || !used) return kUnknown;
+    *used -= std::min(*used, numberBehind(names.oldCache, folder + "memory.stat").value_or(0));
     return *limit > *used ? *limit - *used : 0;
 }
 
 // A group is also bound by the groups above it, up to the root of what is mounted.
-std::uint64_t restInGroups(const std::string& mount, std::string group, const char* limitFile,
-                           const char* usedFile) {
+std::uint64_t restInGroups(const std::string& mount, std::string group, const GroupNames& names) {
     std::uint64_t rest = kUnknown;
     for (;;) {
-        const std::string folder = mount + group + "/";
-        rest = std::min(rest, restOf(folder + limitFile, folder + usedFile));
+        rest = std::min(rest, restOf(mount + group + "/", names));
         if (group.empty()) return rest;
         group.erase(std::min(group.rfind('/'), group.size()));
     }
@@ -63,11 +79,9 @@ std::uint64_t controlGroupRest(const std::string& root) {
         std::string group = line.substr(second + 1);
         if (group == "/") group.clear();
         if (controllers == ",,") {
-            rest = std::min(
-                rest, restInGroups(root + "/sys/fs/cgroup", group, "memory.max", "memory.current"));
+            rest = std::min(rest, restInGroups(root + "/sys/fs/cgroup", group, kVersion2));
         } else if (controllers.find(",memory,") != std::string::npos) {
-            rest = std::min(rest, restInGroups(root + "/sys/fs/cgroup/memory", group,
-                                               "memory.limit_in_bytes", "memory.usage_in_bytes"));
+            rest = std::min(rest, restInGroups(root + "/sys/fs/cgroup/memory", group, kVersion1));
         }
     }
     return rest;

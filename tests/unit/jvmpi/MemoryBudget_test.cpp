@@ -51,6 +51,10 @@ TEST_F(MemoryBudgetTest, GroupOfVersionTwo) {
     write("/sys/fs/cgroup/a/memory.max", "5000\n");  // the one above binds as well
     write("/sys/fs/cgroup/a/memory.current", "2000\n");
     EXPECT_EQ(availableMemory(root_), 3000u);
+    write("/sys/fs/cgroup/a/memory.stat", "anon 900\nactive_file 100\ninactive_file 1000\n");
+    EXPECT_EQ(availableMemory(root_), 4000u);
+    write("/sys/fs/cgroup/a/memory.stat", "inactive_file 2001\n");  // not read at the same moment
+    EXPECT_EQ(availableMemory(root_), 5000u);
     write("/sys/fs/cgroup/a/b/memory.max", "4\n");  // overdrawn already
     EXPECT_EQ(availableMemory(root_), 0u);
 }
@@ -69,6 +73,8 @@ TEST_F(MemoryBudgetTest, GroupOfVersionOne) {
     write("/sys/fs/cgroup/memory/m/memory.limit_in_bytes", "900\n");
     write("/sys/fs/cgroup/memory/m/memory.usage_in_bytes", "200\n");
     EXPECT_EQ(availableMemory(root_), 700u);
+    write("/sys/fs/cgroup/memory/m/memory.stat", "inactive_file 7\ntotal_inactive_file 50\n");
+    EXPECT_EQ(availableMemory(root_), 750u);
 }
 
 TEST_F(MemoryBudgetTest, OfThisMachineIsPlausible) {
