@@ -99,8 +99,8 @@ void jclass_t::doRegister() {
     VEL_TRACE("doRegister()");
     if (registered) return;
     for (int i = 0; i < num_methods; ++i) methods[i].addToMethodTable();
+    registered = true;  // before others can find, unload and free the record
     addToClassTable();
-    registered = true;
 }
 
 void jclass_t::unRegisterMethods() {
@@ -156,9 +156,20 @@ jclass_t* jclass_t::clone() const {
 
 void jclass_t::markDirty() {
     VEL_TRACE("markDirty()");
-    class_id.store(nullptr, std::memory_order_relaxed);
     for (int i = 0; i < num_methods; ++i)
         methods[i].method_id.store(nullptr, std::memory_order_relaxed);
+    // Last, and released: to a sweep on another thread it means that nobody writes here any more.
+    class_id.store(nullptr, std::memory_order_release);
+}
+
+// Chooses what the sweep removes after its wait: a class that is marked while the sweep waits has
+// not been out of the readers' sight for long enough, and stays for the next one.
+static void condemnDirtyClasses() {
+    const VelOsLockGuard guard(class_list_lock);
+    jclass_t* const head = sentinel();
+    if (head == nullptr) return;
+    for (jclass_t* current = head->next; current != nullptr; current = current->next)
+        current->condemned = current->class_id.load(std::memory_order_acquire) == nullptr;
 }
 
 // Every method id of a dirty class is null by now, so unRegisterMethods() asks for null ids in
@@ -168,7 +179,7 @@ static void sweepLocked() {
     jclass_t* before = sentinel();
     while (before != nullptr && before->next != nullptr) {
         jclass_t* const current = before->next;
-        if (current->class_id.load(std::memory_order_relaxed) != nullptr) {
+        if (!current->condemned) {
             before = current;
             continue;
         }
@@ -184,6 +195,7 @@ void jclass_t::cleanupDirtyClasses() {
     const VelOsLockGuard unloading(unLoadLock_);
     VEL_DEBUG_MAX("cleanupDirtyClasses()", "cleanupCounter %d", cleanupCounter.load());
     if (++cleanupCounter < static_cast<ULONG>(CLASSULOAD_CLEANUP)) return;
+    condemnDirtyClasses();
     useMethodLocks.store(true, std::memory_order_release);
     isCleanupInProgress_.store(true, std::memory_order_release);
     thread_sleep(methodHashWaitInterval.load(std::memory_order_relaxed));

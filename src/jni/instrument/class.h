@@ -38,12 +38,13 @@ public:
     // A new, unregistered record with delete_flag 1, for the event that reports the unload. The
     // caller (in the end the ClassEvent) owns it.
     jclass_t* clone() const;
-    // Clears the class id and every method id; the record stays linked in both tables.
+    // Clears every method id, then the class id; the record stays linked in both tables. The record
+    // is gone for the caller: a sweep may free it from then on.
     void markDirty();
 
     // Counts one unload and, when the count reaches CLASSULOAD_CLEANUP, waits
-    // methodHashWaitInterval ms and removes every dirty class. The wait holds only unLoadLock_:
-    // classes go on being loaded and looked up.
+    // methodHashWaitInterval ms and removes every class that was dirty when the wait began. The
+    // wait holds only unLoadLock_: classes go on being loaded, looked up and marked.
     static void cleanupDirtyClasses();
     // Takes an unregistered record and deletes it after methodHashWaitInterval ms, at a later
     // retire or table deletion: an unlocked reader may just have found one of its methods.
@@ -65,13 +66,13 @@ public:
     jmethod_t* methods = nullptr;  // owned array of num_methods, in the VM's order
     jclass_t* next = nullptr;      // guarded by class_list_lock
     bool registered = false;
+    bool condemned = false;  // goes with the sweep that now waits; guarded by class_list_lock
 
     static std::atomic<VelOsLock*> unLoadLock_;
     static std::atomic<bool> isCleanupInProgress_;
 
     // Allocates `methods` for count entries (negative: none) and sets num_methods.
     void allocateMethods(int count);
-
 };
 
 extern std::atomic<jclass_t**>

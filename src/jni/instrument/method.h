@@ -9,9 +9,10 @@
 // half of one.
 //
 // What keeps an unlocked reader off freed memory: a method leaves a chain only when its class has
-// been swept (methodHashWaitInterval ms after the sweep began) or retired (jclass_t::retire keeps
-// the memory that long). A reader that sleeps longer than that between getMethod() and its last use
-// of the record is the one that could still meet freed memory; callers copy what they need at once.
+// been swept (at least methodHashWaitInterval ms after it was marked dirty) or retired
+// (jclass_t::retire keeps the memory that long). A reader that sleeps longer than that between
+// getMethod() and its last use of the record is the one that could still meet freed memory; callers
+// copy what they need at once.
 #pragma once
 
 #include <jni.h>

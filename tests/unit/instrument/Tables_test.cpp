@@ -4,6 +4,7 @@
 #include <thread>
 #include <vector>
 
+#include "agent/velora.h"
 #include "instrument/class.h"
 #include "instrument/classfilter.h"
 #include "support/VelFixture.h"
@@ -51,6 +52,14 @@ protected:
     }
     // The look-ups never find the oldest class: something to stand at the chain's end.
     void loadOldest() { load("the/Oldest", 1); }
+
+    // Records in the chain, dirty ones too, less the sentinel.
+    static int nodes() {
+        int count = 0;
+        for (jclass_t* node = class_hash.load()[0]->next; node != nullptr; node = node->next)
+            ++count;
+        return count;
+    }
 };
 
 TEST_F(TablesTest, AClassIsFoundByNameAndById) {
@@ -157,11 +166,6 @@ TEST_F(TablesTest, UnloadsOnlyMarkUntilTheSweepIsDue) {
     loadOldest();
     jclass_t* const classes[] = {load("a/A", 0x100, {0x1000}), load("b/B", 0x200, {0x2000}),
                                  load("c/C", 0x300, {0x3000})};
-    const auto nodes = [] {
-        int count = 0;
-        for (jclass_t* node = class_hash.load()[0]; node != nullptr; node = node->next) ++count;
-        return count - 1;  // less the sentinel
-    };
     for (int i = 0; i < 2; ++i) {
         classes[i]->markDirty();
         jclass_t::cleanupDirtyClasses();
@@ -190,6 +194,50 @@ TEST_F(TablesTest, ASweepLeavesNoChainThroughFreedMethods) {
     ASSERT_EQ(method_hash.load()[5]->next, &staying->methods[0]);
     EXPECT_EQ(getMethod(methodId(8 * 5)), &staying->methods[0]);
     EXPECT_EQ(getMethod(methodId(8 * 5 + 8 * 101)), nullptr);
+}
+
+// A sweep on another thread takes a null class id to mean that the unloader has left the record.
+TEST_F(TablesTest, TheClassIdGoesLast) {
+    constexpr int kRounds = 50;
+    std::vector<std::uintptr_t> many(5000);
+    for (std::size_t i = 0; i < many.size(); ++i) many[i] = 0x1000 + 8 * i;
+    loadOldest();
+    jclass_t* const loaded = load("a/A", 0x100, many);
+    std::atomic<jmethodID>& lastId = loaded->methods[loaded->num_methods - 1].method_id;
+    std::atomic<int> watched{0};
+    std::thread watcher([&] {
+        for (int round = 1; round <= kRounds; ++round) {
+            watched = round;
+            while (loaded->class_id.load(std::memory_order_acquire) != nullptr) {
+            }
+            EXPECT_EQ(lastId.load(std::memory_order_relaxed), nullptr);
+            lastId = methodId(8);
+            loaded->class_id = classId(0x100);
+        }
+    });
+    for (int round = 1; round <= kRounds; ++round) {
+        while (watched != round) {
+        }
+        loaded->markDirty();
+    }
+    watcher.join();
+}
+
+TEST_F(TablesTest, AClassMarkedWhileASweepWaitsIsLeftForTheNextOne) {
+    CLASSULOAD_CLEANUP = 1;
+    methodHashWaitInterval = 100;
+    loadOldest();
+    jclass_t* const first = load("a/A", 0x100, {0x1000});
+    jclass_t* const late = load("b/B", 0x200, {0x2000});
+    const jmethod_t* const held = getMethod(methodId(0x2000));
+    std::thread sweeper([first] { forgetClass(first); });
+    while (!jclass_t::isCleanupInProgress_) std::this_thread::yield();
+    late->markDirty();
+    sweeper.join();
+    ASSERT_EQ(nodes(), 2) << "the late one and the oldest";
+    EXPECT_STREQ(held->method_name, "run") << "a reader may just have found it";
+    jclass_t::cleanupDirtyClasses();
+    EXPECT_EQ(nodes(), 1);
 }
 
 TEST_F(TablesTest, WithTheSweepSwitchedOffNothingIsCounted) {
@@ -256,10 +304,10 @@ TEST_F(SeparatorTest, TheFirstNameDecidesForSlashes) {
     EXPECT_STREQ(second, "a.b.C");
 }
 
-// Several threads load, look up and unload at once; sweeps run every few unloads. What a reader
-// finds is what was registered, and in the end nothing is left. (Readers hold the stripe locks
-// here, as with internal.use.method.monitors: only then is freeing ordered after reading in a way a
-// race detector sees.)
+// Several threads load, look up and unload at once, without the deferred sweep. What a reader finds
+// is what was registered, and in the end nothing is left. (Readers hold the stripe locks here, as
+// with internal.use.method.monitors: only then is freeing ordered after reading in a way a race
+// detector sees.)
 TEST_F(TablesTest, LoadersReadersAndUnloadersShareTheTables) {
     CLASSULOAD_CLEANUP = -1;
     useMethodLocks = true;
@@ -289,6 +337,50 @@ TEST_F(TablesTest, LoadersReadersAndUnloadersShareTheTables) {
     stop = true;
     reader.join();
     EXPECT_EQ(class_hash.load()[0]->next->next, nullptr);
+}
+
+// Sweeps among unloaders, a loader and look-ups of classes, for the race detectors: while a sweep
+// waits the other unloaders mark, and their classes must not be freed by it. (No look-up of
+// methods: an unlocked one is protected by the length of the wait, which no detector understands.)
+TEST_F(TablesTest, SweepsRunAmongLoadersUnloadersAndLookUps) {
+    CLASSULOAD_CLEANUP = 3;
+    methodHashWaitInterval = 1;
+    loadOldest();
+    std::uintptr_t next = 0x1000;  // ids, for classes and methods alike
+    const auto loadLarge = [&] {
+        std::vector<std::uintptr_t> ids(100);
+        for (std::uintptr_t& id : ids) id = next += 8;
+        return load("a/A", next += 8, ids);
+    };
+    std::vector<jclass_t*> going[3];
+    for (int i = 0; i < 60; ++i)
+        for (auto& classes : going) classes.push_back(loadLarge());
+    std::atomic<bool> go{false};
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> unloaders;
+    for (auto& classes : going)
+        unloaders.emplace_back([&go, &classes] {
+            while (!go) std::this_thread::yield();
+            for (auto newest = classes.rbegin(); newest != classes.rend(); ++newest)
+                forgetClass(*newest);
+        });
+    std::thread loader([this] {
+        for (std::uintptr_t i = 1; i <= 100; ++i) load("c/C", i << 40, {i << 40});
+    });
+    std::thread lookUps([&stop] {
+        while (!stop) {
+            getClassEntry(classId(0x1000));
+            getClassForName("b/B");
+            reapplyFilter();
+        }
+    });
+    go = true;
+    for (std::thread& thread : unloaders) thread.join();
+    loader.join();
+    stop = true;
+    lookUps.join();
+    EXPECT_LT(cleanupCounter, 3U);
+    EXPECT_LE(nodes(), 101 + static_cast<int>(cleanupCounter)) << "what was counted was swept";
 }
 
 // Without locks: readers meet registrations and marks, not removals.
