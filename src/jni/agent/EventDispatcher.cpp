@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <new>
 
 #include "agent/JniScope.h"
@@ -117,6 +118,11 @@ void ClassLoadEventHandler(JVMPI_Event* event) {
     const char* const name = event->u.class_load.class_name;
     if (name == nullptr || name[0] == '[' || isPrimitiveName(name)) return;
     if (class_hash.load(std::memory_order_acquire) == nullptr) return;
+    // One at a time, so that a class is registered once. Every stack request asks again for the
+    // class of a method that is listed nowhere, as an obsolete one is after a redefinition.
+    static constinit std::mutex registering;
+    const std::lock_guard guard(registering);
+    if (isKnownClass(event)) return;
     VEL_DEBUG_MAX(kSignature, "Class %s loaded", name);
     auto* const loaded = new jclass_t(event);  // the table's from now on
     const ULONG sequence = loaded->sequenceID;

@@ -295,6 +295,28 @@ jclass_t* getClassEntry(jobjectID ClassID) {
     });
 }
 
+// Not by getClassEntry(), which never finds the oldest class.
+static bool hasRecord(jobjectID classId) {
+    const VelOsLockGuard guard(class_list_lock);
+    jclass_t* const head = sentinel();
+    if (head == nullptr || classId == nullptr) return false;
+    for (jclass_t* current = head->next; current != nullptr; current = current->next)
+        if (current->class_id.load(std::memory_order_relaxed) == classId) return true;
+    return false;
+}
+
+bool isKnownClass(const JVMPI_Event* event) {
+    VEL_TRACE("isKnownClass(const JVMPI_Event*)");
+    const auto& load = event->u.class_load;
+    if (!hasRecord(load.class_id)) return false;
+    const int count = load.methods == nullptr ? 0 : load.num_methods;
+    for (int i = 0; i < count; ++i) {
+        const jmethodID id = load.methods[i].method_id;
+        if (id != nullptr && getMethod(id) == nullptr) return false;
+    }
+    return true;
+}
+
 // Under the lock although it only writes flags: an unload could otherwise free the class it stands
 // on.
 void reapplyFilter() {

@@ -98,6 +98,10 @@ void deleteClassTable();  // teardown only: takes no lock, frees every class
 jclass_t* getClassForName(const char* class_name);
 jclass_t* getClassEntry(jobjectID ClassID);
 
+// Whether a class-load event tells the tables nothing new: its class is registered and not dirty,
+// and its methods are known. (A redefined class may have got methods.)
+bool isKnownClass(const JVMPI_Event* event);
+
 // Recomputes is_filtered of every class after the include and exclude lists have changed.
 void reapplyFilter();
 

@@ -45,9 +45,10 @@ protected:
         JVMPI_Event sent = event(type);
         EventDispatcher(&sent);
     }
-    void loadClass(const char* name, std::uintptr_t id, jint type = JVMPI_EVENT_CLASS_LOAD) {
+    void loadClass(const char* name, std::uintptr_t id, jint type = JVMPI_EVENT_CLASS_LOAD,
+                   std::uintptr_t methodId = 0) {
         JVMPI_Method method{const_cast<char*>("m"), const_cast<char*>("()V"), 1, 2,
-                            reinterpret_cast<jmethodID>(id * 8)};
+                            reinterpret_cast<jmethodID>(methodId == 0 ? id * 8 : methodId)};
         JVMPI_Event sent = event(type);
         sent.u.class_load.class_name = name;
         sent.u.class_load.class_id = classId(id);
@@ -81,6 +82,24 @@ TEST_F(DispatcherTest, ClassesAreRegistered) {
     loadClass("org/acme/B", 0x200, JVMPI_EVENT_CLASS_LOAD | JVMPI_REQUESTED_EVENT);
     EXPECT_NE(getClassEntry(classId(0x200)), nullptr);
     EXPECT_TRUE(take().empty()) << "a load makes no event";
+}
+
+TEST_F(DispatcherTest, AClassIsRegisteredOnceUntilItGoesOrGetsAMethod) {
+    const auto requested = JVMPI_EVENT_CLASS_LOAD | JVMPI_REQUESTED_EVENT;
+    const ULONG before = getCurrentClassSequence();
+    loadClass("the/Oldest", 1, requested);
+    EXPECT_EQ(getCurrentClassSequence(), before) << "known although no look-up finds it";
+    loadClass("org/acme/A", 0x100);
+    loadClass("org/acme/A", 0x100, requested);
+    EXPECT_EQ(getCurrentClassSequence(), before + 1);
+    loadClass("org/acme/A", 0x100, requested, 0x5000);
+    EXPECT_EQ(getCurrentClassSequence(), before + 2);
+    EXPECT_NE(getMethod(reinterpret_cast<jmethodID>(0x5000)), nullptr);
+    loadClass("org/acme/B", 0x200);
+    unloadClass(0x200);
+    loadClass("org/acme/B", 0x200);
+    EXPECT_EQ(getCurrentClassSequence(), before + 4) << "a dirty record does not count";
+    take();
 }
 
 TEST_F(DispatcherTest, ArraysAndPrimitivesAreNot) {

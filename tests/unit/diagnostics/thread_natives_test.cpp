@@ -106,6 +106,24 @@ TEST_F(ThreadNativesTest, StackTraceStopsAtTheFirstUnknownFrame) {
     jni.returnToJava(env);
 }
 
+// After a redefinition a frame may run a method that its class does not list any more.
+TEST_F(ThreadNativesTest, AMethodThatItsClassDoesNotListGrowsNoTable) {
+    stack = {method(0x108), method(0x118)};
+    const auto classes = [] {
+        int count = 0;
+        for (jclass_t* at = class_hash.load()[0]->next; at != nullptr; at = at->next) ++count;
+        return count;
+    };
+    for (int i = 0; i < 3; ++i) {
+        const auto texts = jni.texts(trace(2));
+        EXPECT_EQ(texts[0], "p/C1");
+        EXPECT_EQ(texts[3], "<null>");
+        EXPECT_EQ(classes(), 1);
+    }
+    EXPECT_EQ(requested.size(), 4U) << "it may be listed again by the next request";
+    jni.returnToJava(env);
+}
+
 TEST_F(ThreadNativesTest, StackTraceStopsWhereJavaHasNoMemory) {
     stack = {method(0x108), method(0x110)};
     jni.fail("NewStringUTF", 5);
