@@ -38,8 +38,15 @@ enum SnapshotResult : jint {
     kNoDump = 4
 };
 
-// Set while an analysis runs: the walker's tables and the summary are global.
+// Set while an analysis runs: the walker's tables, the summary and the answer are global.
 std::atomic<bool> analysing{false};
+
+jint answer = JVMPI_SUCCESS;  // of the VM to the last request; guarded by analysing
+
+jint resultOf(jint answerOfVm) {
+    if (answerOfVm == JVMPI_SUCCESS) return kDone;
+    return answerOfVm == JVMPI_NOT_AVAILABLE ? kNoDump : kNotEnoughMemory;
+}
 
 // As atoi reads it, with numbers that no int holds kept at its ends.
 int leadingNumber(const char* text) {
@@ -103,18 +110,18 @@ using Summary = std::unique_ptr<char, void (*)(void*)>;
 
 // The result of a dump; its summary is taken out of the global, null when there was no memory for
 // it.
-int takeSummary(Summary* summary) {
-    const int result = getHeapDump();
+jint takeSummary(Summary* summary) {
+    getHeapDump();
     summary->reset(ClzSumStr);
     ClzSumStr = nullptr;
-    return result;
+    return resultOf(answer);
 }
 
 jint takeSnapshot(JNIEnv* env, jobject buffer) {
     if (const int refused = testHeapEnvironment(env); refused != 0) return refused;
     if (analysing.exchange(true, std::memory_order_acquire)) return kBusy;
     Summary summary(nullptr, std::free);
-    int result = kDone;
+    jint result = kDone;
     {
         struct Release {  // on a throw, too: else every later request would find one running
             ~Release() { analysing.store(false, std::memory_order_release); }
@@ -199,14 +206,14 @@ int testHeapEnvironment(JNIEnv* env) {
 int getHeapDump() {
     VEL_TRACE("getHeapDump()");
     const JVMPI_Interface* const vm = ProbeMgr::getJVMPI();
-    if (vm == nullptr) return kNoDump;
+    answer = JVMPI_NOT_AVAILABLE;
+    if (vm == nullptr) return 0;
     if (vm->NotifyEvent == nullptr)
         ProbeMgr::enableClassLoad();  // installs the dispatcher, no more
     JVMPI_HeapDumpArg argument{JVMPI_DUMP_LEVEL_2};
-    const jint result = vm->RequestEvent(JVMPI_EVENT_HEAP_DUMP, &argument);
-    VEL_DEBUG_MIN("getHeapDump", "RequestEvent finishes (ret=%d)", result);
-    if (result == JVMPI_SUCCESS) return kDone;
-    return result == JVMPI_NOT_AVAILABLE ? kNoDump : kNotEnoughMemory;
+    answer = vm->RequestEvent(JVMPI_EVENT_HEAP_DUMP, &argument);
+    VEL_DEBUG_MIN("getHeapDump", "RequestEvent finishes (ret=%d)", answer);
+    return 0;
 }
 
 char* readHeapDump(const char* begin, const char* end) {

@@ -20,8 +20,8 @@ std::size_t getSignatureTypeSize(char signature);
 
 // 0: a dump can be afforded now, 1: not enough memory.
 int testHeapEnvironment(JNIEnv* env);
-// Asks the VM for a level-2 dump, which arrives through the dispatcher before this returns. 0; 1
-// the VM refused it, which it does for lack of memory; 4 the VM takes no dumps, or takes none now.
+// Asks the VM for a level-2 dump, which arrives through the dispatcher before this returns. Always
+// 0; what the VM answered goes into the result of getHeapSnapShotData.
 int getHeapDump();
 // Called by the dispatcher with the dump's bytes: the summary of [begin, end) becomes ClzSumStr.
 void processHeapDump(char* begin, char* end);
