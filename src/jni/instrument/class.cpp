@@ -25,11 +25,12 @@ namespace {
 constexpr int kClassBuckets = 1;  // the chain is searched only on load, unload and by name
 
 // Unregistered classes whose memory an unlocked reader may still touch; guarded by unLoadLock_.
+// Never destroyed: threads that unload classes may outlive the exit handlers.
 struct Retired {
     jclass_t* clazz;
     std::chrono::steady_clock::time_point at;
 };
-std::vector<Retired> retired;
+std::vector<Retired>& retired = *new std::vector<Retired>;
 
 void makeLock(std::atomic<VelOsLock*>& lock) {
     if (lock.load(std::memory_order_relaxed) == nullptr)
