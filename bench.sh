@@ -35,6 +35,6 @@ if [ "$what" != native ]; then
         printf '%s\n' "${@:4}" | cat "$work/shipped" - >"$settings"
         monitored_java -Xmx512m PairBench "$2" "$3"
     }
-    pair_bench "queues drained between rounds" 2000 150 internal.probe.publishing.frequency=100
+    pair_bench "queues drained between rounds" 2000 60 internal.probe.publishing.frequency=50
     pair_bench "bursts of two seconds" 5000 20 internal.probe.event.queue.size.limit=2000000 internal.memory.limit=2000
 fi
