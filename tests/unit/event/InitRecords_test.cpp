@@ -48,7 +48,11 @@ private:
     const std::string home_ = testing::TempDir() + "velora_init_" + std::to_string(getpid());
 };
 
-constexpr const char* kNoCluster = "0011 3C4E4F20434C5553544552204E414D453E";  // <NO CLUSTER NAME>
+// The server's record, with "<NO CLUSTER NAME>", around the server's name.
+std::string recordOf(const char* server) {
+    return wire::hex("65 C8 06 01 00 0002 6964 0011 3C4E4F20434C5553544552204E414D453E 0001 4E") +
+           wire::hex(server) + wire::hex("000022B0 7F7F");
+}
 
 TEST_F(InitRecordTest, InitRecordCarriesPlatformAndTime) {
     std::uint32_t before = 0;
@@ -67,13 +71,11 @@ TEST_F(InitRecordTest, InitRecordCarriesPlatformAndTime) {
 
 TEST_F(InitRecordTest, ServerRecordNamesTheServerAsJavaKnowsIt) {
     defineServerName("cell/S");
-    EXPECT_EQ(serverRecord(), wire::hex(std::string("65 C8 06 01 00 0002 6964") + kNoCluster +
-                                        "0001 4E 0006 63656C6C2F53 000022B0 7F7F"));
+    EXPECT_EQ(serverRecord(), recordOf("0006 63656C6C2F53"));
 }
 
 TEST_F(InitRecordTest, WithoutJavasAnswerTheServerHasItsShortName) {
-    EXPECT_EQ(serverRecord(), wire::hex(std::string("65 C8 06 01 00 0002 6964") + kNoCluster +
-                                        "0001 4E 0001 53 000022B0 7F7F"));
+    EXPECT_EQ(serverRecord(), recordOf("0001 53"));
 }
 
 TEST_F(InitRecordTest, AVersionThatIsNoVersionCountsAsZero) {

@@ -337,7 +337,7 @@ TEST_F(ThreadMgrTest, StoppedIdsReachJavaAsAText) {
     mgr.setThreadStopped(7);
     mgr.setThreadStopped(12);
     jstring const ids = Java_com_velora_probe_ThreadManager_getNativeStoppedThreadIDs(env, nullptr);
-    EXPECT_EQ(jni.text(ids), std::string(20, ' ') + "7;" + std::string(19, ' ') + "12;");
+    EXPECT_EQ(jni.text(ids), "                    7;                   12;");
     mgr.setThreadStopped(1);
     jni.fail("NewStringUTF");
     EXPECT_EQ(Java_com_velora_probe_ThreadManager_getNativeStoppedThreadIDs(env, nullptr), nullptr);

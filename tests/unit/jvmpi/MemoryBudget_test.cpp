@@ -26,8 +26,9 @@ protected:
         std::ofstream(root_ + path) << text;
     }
     void systemHas(const char* kilobytes) {
-        write("/proc/meminfo", std::string("MemTotal: 99999999 kB\nMemAvailable:   ") + kilobytes +
-                                   " kB\nBuffers: 1 kB\n");
+        std::string text = "MemTotal: 99999999 kB\nMemAvailable:   ";
+        text.append(kilobytes).append(" kB\nBuffers: 1 kB\n");
+        write("/proc/meminfo", text);
     }
 
     std::string root_;
