@@ -215,6 +215,8 @@ void jclass_t::retire(jclass_t* unregistered) {
     const VelOsLockGuard unloading(unLoadLock_);
     const auto now = std::chrono::steady_clock::now();
     const std::chrono::milliseconds grace(methodHashWaitInterval.load(std::memory_order_relaxed));
+    const auto isThis = [&](const Retired& old) { return old.clazz == unregistered; };
+    if (std::any_of(retired.begin(), retired.end(), isThis)) return;  // two reported its unload
     retired.push_back({unregistered, now});
     const auto young = std::find_if(retired.begin(), retired.end(),
                                     [&](const Retired& old) { return now - old.at < grace; });
