@@ -149,7 +149,7 @@ bool EventUtils::appendRequestEvent(JNIEnv* env, ThreadData* thread, Event* even
             return false;
         }
         if (event->threadId_ == 0) event->threadId_ = thread->getThreadIntId();
-        owned.release();
+        (void)owned.release();  // the queue's now
     }
     return thread->appendEvent(event);
 }

@@ -187,6 +187,7 @@ void notifyJVMInitDone(JVMPI_Event*) {
     ProbeMgr::disableClassLoadHook();
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers keep their own mark
 bool instrumentLoader(DefineClassMethod target, const BYTE* className, USHORT classNameLength,
                       ClassData* working, const ConstantPool* pool, const JVMPI_Event* event) {
     VEL_TRACE(

@@ -85,7 +85,7 @@ int NetworkAgent::sendData(const char* data, int size, const PacketInfo& info) {
         VEL_DEBUG_MIN("sendData", "Queue full detected");
         return RC_FAIL;
     }
-    packet.release();
+    (void)packet.release();  // the queue's now
     // After the append, so that a sender which sees the init packet told queues behind it.
     if (info.init) initConnection_.store(info.connection, std::memory_order_release);
     return RC_SUCCESS;
