@@ -81,7 +81,8 @@ Decoded RecordDecoder::finish(Reading& in, Bytes untrusted) {
     const std::size_t trailerAt = in.position();
     const std::uint16_t trailer = in.u16();
     if (in.ranShort() ? untrusted.size() >= limits_.maxRecordBytes : overLimit(in))
-        return garbage(0, "a record longer than " + number(limits_.maxRecordBytes) + " bytes");
+        return garbage(0, "a record longer than " +
+                              number(static_cast<std::int64_t>(limits_.maxRecordBytes)) + " bytes");
     if (in.ranShort()) return Decoded::needMore;
     if (trailer != kTrailer) return garbage(trailerAt, "no trailer where the record must end");
     size_ = in.position();
@@ -400,7 +401,7 @@ Decoded RecordDecoder::decode(Bytes untrusted, Record& out) {
 Mqi::Element Mqi::element(std::size_t index) const {
     ByteReader in(elements.subspan(index * kElementBytes, kElementBytes));
     Element element;
-    element.callType = in.u8();
+    element.callType = static_cast<std::int8_t>(in.u8());
     element.count = in.i32();
     element.averageTime = in.i64();
     return element;

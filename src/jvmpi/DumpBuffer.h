@@ -35,7 +35,8 @@ public:
     // Writes a value in machine order, at any alignment.
     template <typename T>
     void put(std::uint64_t offset, T value) {
-        std::memcpy(memory_ + offset, &value, sizeof value);
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): pointers are written as such
+        std::memcpy(memory_ + offset, &value, sizeof(T));
     }
 
 private:

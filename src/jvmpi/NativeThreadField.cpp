@@ -43,6 +43,7 @@ JNIEnv* nativeEnvOf(JNIEnv* caller, jthread thread) noexcept {
     const jlong known = distance.load(std::memory_order_acquire);
     if (known <= 0) return nullptr;
     const jlong half = caller->GetLongField(thread, eetop.load(std::memory_order_relaxed));
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a Java field holds the address
     return half == 0 ? nullptr : reinterpret_cast<JNIEnv*>(half + known);
 }
 

@@ -28,7 +28,9 @@ EnvironmentOverlay::EnvironmentOverlay(
     for (const auto& [name, value] : variables) {
         const char* old = getenv(name.c_str());
         hidden_.push_back({name, old == nullptr ? std::nullopt : std::optional<std::string>(old)});
-        overlaid_[n++] = keep(strdup((name + "=" + value).c_str()));
+        std::string entry = name;
+        entry.append("=").append(value);
+        overlaid_[n++] = keep(strdup(entry.c_str()));
     }
     // Ours come first and getenv takes the first.
     for (std::size_t i = 0; i < inherited; ++i) overlaid_[n++] = before_[i];

@@ -98,7 +98,8 @@ void labelRecord(const dc2ps::Record& record, const AgentNames& names, SpanLabel
 
 void labelSpan(const Span& span, const AgentNames& names, SpanLabels& labels) {
     const bool endNames = span.kind == SpanKind::portalGatewayServlet || !span.start;
-    labelRecord(endNames && span.end ? *span.end : *span.start, names, labels);
+    const auto& told = endNames && span.end ? span.end : span.start;
+    if (told) labelRecord(*told, names, labels);
 }
 
 }  // namespace server

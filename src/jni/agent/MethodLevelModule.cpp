@@ -40,6 +40,7 @@ Declared& declared() {
 
 template <typename Id>
 Id idFromJava(jint id) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): ids travel through Java as ints
     return reinterpret_cast<Id>(static_cast<std::intptr_t>(id));
 }
 

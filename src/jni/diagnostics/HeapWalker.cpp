@@ -52,13 +52,15 @@ public:
 
     bool atEnd() const { return at_ >= end_; }
 
+    // NOLINTBEGIN(bugprone-sizeof-expression): an id is read as a pointer, not what it points to
     template <typename T>
     bool read(T& value) {
-        if (!has(sizeof value)) return false;
-        std::memcpy(&value, at_, sizeof value);
-        at_ += sizeof value;
+        if (!has(sizeof(T))) return false;
+        std::memcpy(&value, at_, sizeof(T));
+        at_ += sizeof(T);
         return true;
     }
+    // NOLINTEND(bugprone-sizeof-expression)
 
     bool skip(std::uint64_t bytes) {
         if (!has(bytes)) return false;

@@ -66,7 +66,7 @@ EventAgent::EventAgent(int id)
     publishFreq_ = settings->getBoundedProperty("internal.probe.publishing.frequency", 2000, 1,
                                                 kLongestPeriodMs);
     eventPacketSize_ =
-        settings->getBoundedProperty("internal.probe.event.packet.size", 5000, 4, 512 * 1024);
+        settings->getBoundedProperty("internal.probe.event.packet.size", 5000, 4, 512L * 1024);
     psDownThreshold_ = std::max(static_cast<int>(kPsDownCutMs / publishFreq_), 1);
     buffer_ = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(packetBytes()));
     VEL_DEBUG_MIN("EventAgent", "Event Agent creation is successful");
