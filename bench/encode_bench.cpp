@@ -215,4 +215,3 @@ void eventsPerMegabyte(benchmark::State& state) {
 BENCHMARK(eventsPerMegabyte)->Iterations(1);
 
 }  // namespace
-

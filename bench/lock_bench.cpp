@@ -1,5 +1,6 @@
-// One entry and exit of a VelLock on the adapter's monitors: the global creation lock and the lock's own
-// monitor, alone and with two threads on two locks of their own (they meet on the global one).
+// One entry and exit of a VelLock on the adapter's monitors: the global creation lock and the
+// lock's own monitor, alone and with two threads on two locks of their own (they meet on the global
+// one).
 #include <benchmark/benchmark.h>
 
 #include "BenchVm.h"

@@ -76,4 +76,3 @@ BENCHMARK(shortSections<adapter::Monitor>)->Threads(1)->Threads(2)->Threads(8)->
 BENCHMARK(shortSections<RecursiveMutex>)->Threads(1)->Threads(2)->Threads(8)->UseRealTime();
 
 }  // namespace
-

@@ -9,7 +9,7 @@
 
 extern "C" {
 
-typedef struct _jobjectID* jobjectID;                // opaque object id, stable for the object's life
+typedef struct _jobjectID* jobjectID;  // opaque object id, stable for the object's life
 typedef struct _JVMPI_RawMonitor* JVMPI_RawMonitor;  // opaque monitor
 typedef void (*jvmpi_void_function_of_void)(void*);
 
@@ -308,8 +308,8 @@ typedef struct {
     void (*RunGC)(void);
     jobjectID (*GetThreadObject)(JNIEnv* env);
     jobjectID (*GetMethodClass)(jmethodID mid);
-    jobject (*jobjectID2jobject)(jobjectID jid);                                 // 1_1
-    jobjectID (*jobject2jobjectID)(jobject jobj);                                // 1_1
+    jobject (*jobjectID2jobject)(jobjectID jid);                                // 1_1
+    jobjectID (*jobject2jobjectID)(jobject jobj);                               // 1_1
     void (*SuspendThreadList)(jint reqCount, JNIEnv** reqList, jint* results);  // 1_2
     void (*ResumeThreadList)(jint reqCount, JNIEnv** reqList, jint* results);   // 1_2
 } JVMPI_Interface;
@@ -320,7 +320,8 @@ static_assert(sizeof(JVMPI_Interface) == 240 && offsetof(JVMPI_Interface, Notify
               offsetof(JVMPI_Interface, RawMonitorCreate) == 56 &&
               offsetof(JVMPI_Interface, GetMethodClass) == 200 &&
               offsetof(JVMPI_Interface, ResumeThreadList) == 232);
-static_assert(sizeof(JVMPI_Event) == 88 && alignof(JVMPI_Event) == 8 && offsetof(JVMPI_Event, u) == 16);
+static_assert(sizeof(JVMPI_Event) == 88 && alignof(JVMPI_Event) == 8 &&
+              offsetof(JVMPI_Event, u) == 16);
 static_assert(offsetof(JVMPI_Event, u.class_load.class_id) == 80 &&
               offsetof(JVMPI_Event, u.class_load_hook.malloc_f) == 48 &&
               offsetof(JVMPI_Event, u.thread_start.thread_env_id) == 48 &&

@@ -27,10 +27,10 @@ constexpr long kLargestCushion = 1'000'000;
 VelLock& getTokenLock = *new VelLock;   // serialises issuing
 VelLock& saveTokenLock = *new VelLock;  // guards the settings below and the counter file
 
-std::uint32_t regionId = 0;                  // the region bits of every token
-std::uint32_t gpsMask = 0xFFFFFFFFU;         // the counter bits
-std::uint32_t gpsCushion = kDefaultCushion;  // tokens between two writes of the file
-std::uint32_t gpsCounter = 0;                // what the counter file held at set-up
+std::uint32_t regionId = 0;                   // the region bits of every token
+std::uint32_t gpsMask = 0xFFFFFFFFU;          // the counter bits
+std::uint32_t gpsCushion = kDefaultCushion;   // tokens between two writes of the file
+std::uint32_t gpsCounter = 0;                 // what the counter file held at set-up
 std::string& counterFile = *new std::string;  // empty until set up: nothing is written
 
 enum TokenWord { kNext, kCeiling };

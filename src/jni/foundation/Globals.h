@@ -1,5 +1,5 @@
-// The process-wide pointers and switches that every floor may read. The top floor (agent/) owns them;
-// each manager publishes its mirror pointer in getInstance() and clears it in destroy().
+// The process-wide pointers and switches that every floor may read. The top floor (agent/) owns
+// them; each manager publishes its mirror pointer in getInstance() and clears it in destroy().
 #pragma once
 
 #include <atomic>
@@ -30,8 +30,8 @@ extern std::atomic<NetworkAgentMgr*> naMgr_;
 extern std::atomic<EvtAgentMgr*> evtMgr_;
 extern std::atomic<ProtocolVisitor*> visitor_;
 
-// Read on hot paths by any thread, written rarely by the controller: relaxed is enough, a reader that
-// sees the old value for a moment behaves as if it had come a moment earlier.
+// Read on hot paths by any thread, written rarely by the controller: relaxed is enough, a reader
+// that sees the old value for a moment behaves as if it had come a moment earlier.
 extern std::atomic<int> probe_level;             // MOD level, 1 to 3
 extern std::atomic<bool> useMethodLocks;         // readers of the method table take the stripe lock
 extern std::atomic<bool> disableNestedRequests;  // at level 1: nested requests make no events

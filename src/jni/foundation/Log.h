@@ -1,11 +1,12 @@
-// How every floor writes: numbered operator messages, debug lines at three depths, entry/exit traces.
+// How every floor writes: numbered operator messages, debug lines at three depths, entry/exit
+// traces.
 //
 //     logMessage(msg::kUsingPropertyFile, fileName_);
 //     VEL_DEBUG_MIN("loadProperties", "Property file %s not found", specific);
 //     VEL_TRACE("sendData(const char*, int)");     // first line of a function
 //
-// A disabled debug line or trace costs one load and one predictable branch: traceThreshold is a copy of
-// the tracer's level that the toolkit's level listener keeps fresh.
+// A disabled debug line or trace costs one load and one predictable branch: traceThreshold is a
+// copy of the tracer's level that the toolkit's level listener keeps fresh.
 #pragma once
 
 #include <atomic>
@@ -69,7 +70,8 @@ void logMessage(const Message& message, Args... args) {
                                                                : QlgLogFatal;
     withTyped(
         [&](auto... flat) {
-            write(messageLogger(), catalogue(), messageSet(), message.number, message.text, flat...);
+            write(messageLogger(), catalogue(), messageSet(), message.number, message.text,
+                  flat...);
         },
         args...);
 }
@@ -82,12 +84,13 @@ void writeDebug(int level, const char* file, const char* function, int line, con
     auto* const write = level == kDebugMax   ? QlgLogDebugMax
                         : level == kDebugMid ? QlgLogDebugMid
                                              : QlgLogDebugMin;
-    withTyped([&](auto... flat) { write(tracer(), file, function, line, format, flat...); }, args...);
+    withTyped([&](auto... flat) { write(tracer(), file, function, line, format, flat...); },
+              args...);
 }
 
-#define VEL_DEBUG_AT(level, function, ...)                                    \
-    do {                                                                      \
-        if (traceOn(level)) [[unlikely]]                                      \
+#define VEL_DEBUG_AT(level, function, ...)                                     \
+    do {                                                                       \
+        if (traceOn(level)) [[unlikely]]                                       \
             writeDebug(level, __FILE_NAME__, function, __LINE__, __VA_ARGS__); \
     } while (false)
 #define VEL_DEBUG_MAX(function, ...) VEL_DEBUG_AT(kDebugMax, function, __VA_ARGS__)
@@ -99,10 +102,12 @@ class TraceScope {
 public:
     TraceScope(const char* file, const char* signature, int line) noexcept
         : file_(file), signature_(signature), line_(line), on_(traceOn(kDebugMid)) {
-        if (on_) [[unlikely]] write("entry");
+        if (on_) [[unlikely]]
+            write("entry");
     }
     ~TraceScope() {
-        if (on_) [[unlikely]] write("exit");
+        if (on_) [[unlikely]]
+            write("exit");
     }
     TraceScope(const TraceScope&) = delete;
     TraceScope& operator=(const TraceScope&) = delete;
@@ -115,5 +120,7 @@ private:
     int line_;
     bool on_;
 };
-#define VEL_TRACE(signature) \
-    const TraceScope velTraceScope_ { __FILE_NAME__, signature, __LINE__ }
+#define VEL_TRACE(signature)               \
+    const TraceScope velTraceScope_ {      \
+        __FILE_NAME__, signature, __LINE__ \
+    }

@@ -9,8 +9,8 @@
 
 // Wall clock (CLOCK_REALTIME).
 void getCurrentTime(std::uint32_t* sec, std::uint32_t* usec);
-// CPU time of the calling thread in nanoseconds (CLOCK_THREAD_CPUTIME_ID: works on any thread, in any
-// phase of the VM, and agrees with the VM's own reading to microseconds).
+// CPU time of the calling thread in nanoseconds (CLOCK_THREAD_CPUTIME_ID: works on any thread, in
+// any phase of the VM, and agrees with the VM's own reading to microseconds).
 jlong getCurrentThreadCpuTime();
 void thread_sleep(int ms);  // a poll without descriptors; 0 or less returns at once
 int getProcessId();

@@ -9,8 +9,8 @@ class Utils {
 public:
     // A copy in a new array (caller: delete[]); null in gives null.
     static char* cstrdup(const char* text);
-    // The Java string's modified UTF-8 in a new array (caller: delete[]); null for a null string or when
-    // the VM has no memory (the exception is cleared).
+    // The Java string's modified UTF-8 in a new array (caller: delete[]); null for a null string or
+    // when the VM has no memory (the exception is cleared).
     static char* java2c_string(JNIEnv* env, jstring text);
     // The local time as "yyyy/mm/dd hh:mm:ss" in a new array of 30 (caller: delete[]).
     static char* getTime();

@@ -1,5 +1,5 @@
-// The virtual base of every manager, agent and container: the object's class name and the log lines that
-// carry it, "[class (file@line)] message".
+// The virtual base of every manager, agent and container: the object's class name and the log lines
+// that carry it, "[class (file@line)] message".
 #pragma once
 
 class VeloraBase {
@@ -17,7 +17,8 @@ public:
     void _logWarn(const char* file, int line, const char* message) const;
     void _logError(const char* file, int line, const char* message) const;
 
-    // Part of the base's interface without behaviour of their own: a class that has such a lock hides them.
+    // Part of the base's interface without behaviour of their own: a class that has such a lock
+    // hides them.
     void populateGlobalLock() {}
     void destroyGlobalLock() {}
     void enableLocking() {}

@@ -86,8 +86,8 @@ MethodData* generateWrapperMethod(USHORT classAccess, USHORT methodAccess,
 void freeMethodData(MethodData* method);
 
 // The rewritten class in new C-heap memory (free with freeClassData), or null when it has nothing
-// to rewrite, no room for ten more pool entries or one more method, slots that do not fit the kind of
-// method that the target is (logged), or memory fails. original has passed isWellFormed().
+// to rewrite, no room for ten more pool entries or one more method, slots that do not fit the kind
+// of method that the target is (logged), or memory fails. original has passed isWellFormed().
 ClassData* instrumentDefineClass(const ClassData* original, const DefineClassMethod* target,
                                  const ConstantPool* pool);
 void freeClassData(ClassData* data);  // with its bytes

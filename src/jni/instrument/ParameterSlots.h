@@ -11,7 +11,7 @@
 int parameterSlots(std::string_view descriptor, bool isStatic);
 
 // True when the slots hold what the wrapper takes from them in a static or an instance method: an
-// object that may be a class loader, a String, a byte array and two ints, each in a slot of its own.
-// Anything else would make the VM refuse the class that holds the wrapper, or the classes that go
-// through it.
+// object that may be a class loader, a String, a byte array and two ints, each in a slot of its
+// own. Anything else would make the VM refuse the class that holds the wrapper, or the classes that
+// go through it.
 bool slotsFit(std::string_view descriptor, const ParameterIndex& at, bool isStatic);
