@@ -14,6 +14,10 @@ presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(clang asan tsan dev)
 [ "${presets[*]}" != quick ] || presets=(dev)
 
+echo "== house: floors, format"
+python3 tests/house/check_floors.py
+scripts/format.sh --check
+
 build() {
     local name=$1
     shift

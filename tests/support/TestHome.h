@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,24 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/ProbeMgr.h"
-
-// The one way around ProbeMgr's start-up to its identity.
-class ProbeMgrIdentity {
-public:
-    static void set(const std::string& home, const std::string& node, const std::string& server,
-                    const std::string& profile) {
-        copy(ProbeMgr::veloraHome_, home);
-        copy(ProbeMgr::nodeName_, node);
-        copy(ProbeMgr::appServerName_, server);
-        copy(ProbeMgr::ProfileName_, profile);
-    }
-
-private:
-    static void copy(char (&to)[256], const std::string& from) {
-        std::snprintf(to, sizeof to, "%s", from.c_str());
-    }
-};
+#include "foundation/Identity.h"
 
 class TestHome {
 public:
@@ -43,7 +25,7 @@ public:
         identify(node, server, profile);
     }
     ~TestHome() {
-        ProbeMgrIdentity::set("", "", "", "");
+        Identity::set("", "", "", "");
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }
@@ -51,7 +33,7 @@ public:
     TestHome& operator=(const TestHome&) = delete;
 
     void identify(const std::string& node, const std::string& server, const std::string& profile) {
-        ProbeMgrIdentity::set(path_.string(), node, server, profile);
+        Identity::set(path_.c_str(), node.c_str(), server.c_str(), profile.c_str());
     }
 
     [[nodiscard]] std::string path(const std::string& below = "") const {

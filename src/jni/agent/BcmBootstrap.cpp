@@ -5,12 +5,12 @@
 #include <cstring>
 #include <iterator>
 
-#include "agent/JniScope.h"
 #include "agent/MethodLevelModule.h"
 #include "agent/velora.h"
 #include "diagnostics/LockAgentMgr.h"
 #include "diagnostics/heapdump.h"
 #include "foundation/JniEdge.h"
+#include "foundation/JniScope.h"
 #include "foundation/Log.h"
 #include "foundation/Utils.h"
 

@@ -6,7 +6,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "agent/JniScope.h"
 #include "agent/ProbeMgr.h"
 #include "agent/velora.h"
 #include "capture/EventUtils.h"
@@ -15,6 +14,7 @@
 #include "event/VmEvents.h"
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
+#include "foundation/JniScope.h"
 #include "foundation/Log.h"
 #include "foundation/Utils.h"
 #include "instrument/class.h"

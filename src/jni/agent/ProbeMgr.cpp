@@ -7,14 +7,15 @@
 #include <cstring>
 #include <mutex>
 
-#include "agent/JniScope.h"
 #include "agent/MethodLevelModule.h"
 #include "agent/ProbeSystem.h"
 #include "agent/velora.h"
+#include "capture/Resend.h"
 #include "diagnostics/LockAgentMgr.h"
 #include "event/ProtocolVisitor.h"
 #include "event/ThreadMgr.h"
 #include "foundation/Globals.h"
+#include "foundation/JniScope.h"
 #include "foundation/Log.h"
 #include "foundation/ProbeLog.h"
 #include "foundation/ProbeQLog.h"
@@ -27,31 +28,24 @@
 #include "transport/EvtAgentMgr.h"
 #include "transport/MemoryMonitor.h"
 #include "transport/NetworkAgentMgr.h"
+#include "transport/ResendListener.h"
 
 std::atomic<int> cy_tracing_mode{1001};
 
 std::atomic<ProbeMgr*> ProbeMgr::instance_{nullptr};
-std::atomic<int> ProbeMgr::probeLevel_{2};
-std::atomic<bool> ProbeMgr::isProbeDisabled_{true};
-std::atomic<bool> ProbeMgr::eventMgrReady_{false};
-std::atomic<bool> ProbeMgr::netMgrReady_{false};
 std::atomic<bool> ProbeMgr::restartOnToFromL1_{false};
 std::atomic<bool> ProbeMgr::initInterface_{true};
 JavaVM* ProbeMgr::jvmPtr_ = nullptr;
 std::atomic<JVMPI_Interface*> ProbeMgr::jvmpi_{nullptr};
 char** ProbeMgr::includeList_ = nullptr;
 char** ProbeMgr::excludeList_ = nullptr;
-char ProbeMgr::veloraHome_[256] = "";
-char ProbeMgr::nodeName_[256] = "";
-char ProbeMgr::appServerName_[256] = "";
-char ProbeMgr::ProfileName_[256] = "";
-char ProbeMgr::novtBootClassName_[256] = "";
 
 namespace {
 
 constexpr jint kVmSpecificEvent =
     2000;                        // known to some VMs only; without a handler, and refused elsewhere
 constexpr int kDrainMs = 10000;  // from disabling the probe to stopping its parts
+constexpr char kDefaultHome[] = "/velora";
 constexpr char kDefaultBootClass[] = "com.kor.tessar.lumen.instr.controller.BootIC";
 
 // Events that come and go with the probe.
@@ -62,11 +56,6 @@ enum TracingMode { kClassicTracing = 1000, kNewTracing = 1001, kHybridTracing = 
 
 std::mutex instanceLock;     // guards the making and ending of the singleton
 std::mutex filterListsLock;  // serialises setIncludeExcludeList; held for memory work only
-
-template <std::size_t size>
-void copyText(char (&to)[size], const char* from) {
-    std::snprintf(to, size, "%s", from);
-}
 
 bool isEmpty(const char* text) {
     return text == nullptr || text[0] == '\0';
@@ -99,8 +88,8 @@ char** copyList(JNIEnv* env, jobjectArray array, const char* format, int* slots)
 }
 
 void installDispatcher(JVMPI_Interface* interface) {
-    if (interface != nullptr && interface->NotifyEvent == nullptr)
-        interface->NotifyEvent = EventDispatcher;
+    ProbeState::setDispatcher(EventDispatcher);
+    ProbeState::installDispatcher(interface);
 }
 
 }  // namespace
@@ -125,9 +114,9 @@ void ProbeMgr::destroy() {
     delete instance_.exchange(nullptr, std::memory_order_acq_rel);
 }
 
-ProbeMgr::ProbeMgr() : VeloraBase("ProbeMgr"), appVersion_{}, compID_{} {
+ProbeMgr::ProbeMgr() : VeloraBase("ProbeMgr") {
     VEL_TRACE("ProbeMgr()");
-    copyText(appVersion_, "0.0.0");
+    Identity::forgetServer();
 }
 
 ProbeMgr::~ProbeMgr() {
@@ -138,32 +127,29 @@ bool ProbeMgr::onLoadInitialize(JavaVM* vm, char*) {
     VEL_TRACE("onLoadInitialize(JavaVM*, char*)");
     jvmPtr_ = vm;
     jvm_ptr = vm;
+    ProbeState::setDispatcher(EventDispatcher);
     ProbeSystem::readCommandLineArguments();
 
     const char* const home = firstGiven(ProbeSystem::commandLineHome(), "am.home");
-    copyText(veloraHome_, home != nullptr ? home : "/velora");
     if (home == nullptr) {
         logMessage(msg::kHomeUndefined);
         // The log cannot be open yet, and without a home it never will be: the operator looks here.
-        std::fprintf(stderr, "[AM]: %s, using %s\n", msg::kHomeUndefined.text, veloraHome_);
+        std::fprintf(stderr, "[AM]: %s, using %s\n", msg::kHomeUndefined.text, kDefaultHome);
     }
     const char* const node = firstGiven(ProbeSystem::commandLineNodeName(), "am.nodename");
-    copyText(nodeName_, node != nullptr ? node : "defaultnode");
     if (node == nullptr) logMessage(msg::kNodeUndefined);
     const char* const server = firstGiven(ProbeSystem::commandLineAppServer(), "am.appserver");
-    copyText(appServerName_, server != nullptr ? server : "appserver");
     if (server == nullptr) logMessage(msg::kServerUndefined);
-    const char* const profile = firstGiven(ProbeSystem::commandLineProfileName(), "am.profilename");
-    copyText(ProfileName_, profile != nullptr ? profile : "");
+    Identity::set(home != nullptr ? home : kDefaultHome, node != nullptr ? node : "defaultnode",
+                  server != nullptr ? server : "appserver",
+                  firstGiven(ProbeSystem::commandLineProfileName(), "am.profilename"));
 
     ProbeLog::initialize();
     ProbeQLog::initialize();
     const PropertyMgr* const properties = PropertyMgr::getInstance();
     FindMODFile();
-    copyText(novtBootClassName_,
-             properties->getStringProperty("NOVT.bootclassname", kDefaultBootClass));
-    for (char* c = novtBootClassName_; *c != '\0'; ++c)
-        if (*c == '.') *c = '/';
+    Identity::setBootClassName(
+        properties->getStringProperty("NOVT.bootclassname", kDefaultBootClass));
     return true;
 }
 
@@ -200,9 +186,7 @@ void ProbeMgr::enableClassLoadHook() {
 }
 
 void ProbeMgr::disableClassLoadHook() {
-    VEL_TRACE("disableClassLoadHook()");
-    if (JVMPI_Interface* const interface = getJVMPI(); interface != nullptr)
-        interface->DisableEvent(JVMPI_EVENT_CLASS_LOAD_HOOK, nullptr);
+    ProbeState::disableClassLoadHook();
 }
 
 void ProbeMgr::enableJVMInitDone() {
@@ -233,13 +217,14 @@ bool ProbeMgr::customServiceStart(JNIEnv* env) {
     EvtAgentMgr::getInstance();
     ThreadMgr::getInstance();
     ProtocolVisitor::getInstance();
+    ResendListener::use(&resendListener());
     logMessage(msg::kCustomServiceInitialized);
     return true;
 }
 
 void ProbeMgr::customServiceShutDown(JNIEnv*) {
     VEL_TRACE("customServiceShutDown(JNIEnv*)");
-    isProbeDisabled_.store(true);  // in case nobody stopped the probe: what follows is going away
+    ProbeState::disable();  // in case nobody stopped the probe: what follows is going away
     ProtocolVisitor::destroy();
     NetworkAgentMgr::destroy();
     EvtAgentMgr::destroy();
@@ -312,7 +297,7 @@ bool ProbeMgr::initProbe() {
 // gives the workers time to send what is queued.
 void ProbeMgr::probeStop(JNIEnv*) {
     VEL_TRACE("probeStop(JNIEnv*)");
-    isProbeDisabled_.store(true);
+    ProbeState::disable();
     _logInfo(__FILE_NAME__, __LINE__, "Waiting for 10 secs");
     VelLock pause;
     pause.wait(kDrainMs);
@@ -320,7 +305,7 @@ void ProbeMgr::probeStop(JNIEnv*) {
     stop();
     NetworkAgentMgr::getInstance()->stop();
     EvtAgentMgr::getInstance()->stop();
-    isProbeDisabled_.store(true);  // an agent that came up during the wait has enabled it again
+    ProbeState::disable();  // an agent that came up during the wait has enabled it again
     ProtocolVisitor::getInstance()->stop();
     ThreadMgr::getInstance()->stop();
     MemoryMonitor::getInstance()->stop();
@@ -363,7 +348,7 @@ bool ProbeMgr::setProbeLevel(int level) {
                       old);
         return false;
     }
-    probeLevel_.store(level, std::memory_order_relaxed);
+    ProbeState::setLevel(level);
     if (old == 3) turnMethodTrace(false);
     if (level == 3) turnMethodTrace(true);
     VEL_DEBUG_MIN("setProbeLevel(int)", "Native MOD level changed from (%0$d) to (%1$d)", old,
@@ -430,27 +415,12 @@ void ProbeMgr::setTracingMode() {
     turnOffJitOfApps();
 }
 
-// The stores and loads are sequentially consistent: of two managers that become ready at the same
-// moment at least one sees both flags. Nothing here disables the probe when one of them goes down
-// again: capture goes on and the queues' limits hold.
-void ProbeMgr::setEventMgrReady(bool ready) {
-    VEL_TRACE("setEventMgrReady(bool)");
-    if (eventMgrReady_.exchange(ready) == ready) return;
-    if (eventMgrReady_ && netMgrReady_) isProbeDisabled_.store(false);
-}
-
-void ProbeMgr::setNetworkMgrReady(bool ready) {
-    VEL_TRACE("setNetworkMgrReady(bool)");
-    if (netMgrReady_.exchange(ready) == ready) return;
-    if (eventMgrReady_ && netMgrReady_) isProbeDisabled_.store(false);
-}
-
 void ProbeMgr::setAppServerVersion(const char* version) {
     VEL_TRACE("setAppServerVersion(const char*)");
-    if (!isEmpty(version)) copyText(appVersion_, version);
+    Identity::setAppServerVersion(version);
 }
 
 void ProbeMgr::setComponentId(const char* id) {
     VEL_TRACE("setComponentId(const char*)");
-    if (!isEmpty(id)) copyText(compID_, id);
+    Identity::setComponentId(id);
 }

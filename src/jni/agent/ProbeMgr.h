@@ -1,17 +1,17 @@
-// Owns the collector's life: identity, the VM interface, which VM events are on, the order in which
-// the other managers are made, started, stopped and destroyed, the MOD level, and the disabled
-// state.
+// Owns the collector's life: the VM interface, which VM events are on, the order in which the other
+// managers are made, started, stopped and destroyed. Who this server is and what the probe is doing
+// stand on the ground floor (Identity, ProbeState), where every floor asks; the functions of the
+// same purpose here are for callers that know the manager.
 //
-// Threads: the controller's Java threads and the loading thread; the class-wide flags are atomics
-// because capture and worker threads read them. The identity texts are written once while the
-// library loads. Version and component id belong to the controller: set before the probe is
-// started.
+// Threads: the controller's Java threads and the loading thread.
 #pragma once
 
 #include <jni.h>
 
 #include <atomic>
 
+#include "foundation/Identity.h"
+#include "foundation/ProbeState.h"
 #include "foundation/VeloraBase.h"
 #include "jvmpi/jvmpi.h"
 
@@ -35,26 +35,25 @@ public:
     static void customServiceShutDown(JNIEnv* env);
     static bool csInitialize(JNIEnv* env);
 
-    static int getProbeLevel() { return probeLevel_.load(std::memory_order_relaxed); }
+    static int getProbeLevel() { return ProbeState::level(); }
     static bool setProbeLevel(int level);
     static void setIncludeExcludeList(JNIEnv* env, jobjectArray include, jobjectArray exclude);
     static void turnMethodTrace(bool on);
     static void setTracingMode();
 
-    // Relaxed: a native that sees the change a moment late captures or skips one more event.
-    static bool isProbeDisabled() { return isProbeDisabled_.load(std::memory_order_relaxed); }
+    static bool isProbeDisabled() { return ProbeState::isDisabled(); }
     static bool isJVMPIEnabled() { return jvmpi_.load(std::memory_order_acquire) != nullptr; }
     static JVMPI_Interface* getJVMPI() { return jvmpi_.load(std::memory_order_acquire); }
     static JavaVM* getJVM() { return jvmPtr_; }
     static bool restartOnToL1() { return restartOnToFromL1_.load(std::memory_order_relaxed); }
-    static void setEventMgrReady(bool ready);
-    static void setNetworkMgrReady(bool ready);
+    static void setEventMgrReady(bool ready) { ProbeState::setEventMgrReady(ready); }
+    static void setNetworkMgrReady(bool ready) { ProbeState::setNetworkMgrReady(ready); }
 
-    static const char* getVeloraHome() { return veloraHome_; }
-    static const char* getNodeName() { return nodeName_; }
-    static const char* getAppServerName() { return appServerName_; }
-    static const char* getProfileName() { return ProfileName_; }
-    static const char* getBootClassName() { return novtBootClassName_; }  // slash form
+    static const char* getVeloraHome() { return Identity::home(); }
+    static const char* getNodeName() { return Identity::nodeName(); }
+    static const char* getAppServerName() { return Identity::appServerName(); }
+    static const char* getProfileName() { return Identity::profileName(); }
+    static const char* getBootClassName() { return Identity::bootClassName(); }  // slash form
 
     void probeStart(JNIEnv* env);
     void probeStop(JNIEnv* env);
@@ -63,37 +62,23 @@ public:
     bool initProbe();
     void initialize() {}
 
-    const char* getAppServerVersion() const { return appVersion_; }
-    void setAppServerVersion(const char* version);  // ignores null and empty
-    int getAdminServerPort() const { return adminPort_.load(std::memory_order_relaxed); }
-    void setAdminServerPort(int port) { adminPort_.store(port, std::memory_order_relaxed); }
-    const char* getComponentId() const { return compID_; }
-    void setComponentId(const char* id);  // ignores null and empty
+    static const char* getAppServerVersion() { return Identity::appServerVersion(); }
+    static void setAppServerVersion(const char* version);  // ignores null and empty
+    static int getAdminServerPort() { return Identity::adminPort(); }
+    static void setAdminServerPort(int port) { Identity::setAdminPort(port); }
+    static const char* getComponentId() { return Identity::componentId(); }
+    static void setComponentId(const char* id);  // ignores null and empty
 
 private:
-    friend class ProbeMgrIdentity;  // tests' way to home, node, server and profile
-
     ProbeMgr();
 
-    char appVersion_[100];
-    char compID_[256];
-    std::atomic<int> adminPort_{0};  // 0: not known
-    bool createTable_ = true;        // the class and method tables still have to be made
+    bool createTable_ = true;  // the class and method tables still have to be made
 
     static std::atomic<ProbeMgr*> instance_;
-    static std::atomic<int> probeLevel_;
-    static std::atomic<bool> isProbeDisabled_;
-    static std::atomic<bool> eventMgrReady_;
-    static std::atomic<bool> netMgrReady_;
     static std::atomic<bool> restartOnToFromL1_;
     static std::atomic<bool> initInterface_;
     static JavaVM* jvmPtr_;
     static std::atomic<JVMPI_Interface*> jvmpi_;
     static char** includeList_;  // null-terminated, owned
     static char** excludeList_;
-    static char veloraHome_[256];
-    static char nodeName_[256];
-    static char appServerName_[256];
-    static char ProfileName_[256];
-    static char novtBootClassName_[256];
 };

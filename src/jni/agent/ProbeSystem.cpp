@@ -5,18 +5,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 #include "agent/CommandLine.h"
-#include "agent/JniScope.h"
 #include "agent/ProbeMgr.h"
 #include "capture/EventUtils.h"
 #include "diagnostics/javacore.h"
 #include "event/ThreadMgr.h"
 #include "foundation/Globals.h"
+#include "foundation/Identity.h"
 #include "foundation/JniEdge.h"
+#include "foundation/JniScope.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ProbeState.h"
 #include "foundation/ProcStat.h"
 #include "foundation/Utils.h"
 #include "instrument/method.h"
@@ -34,32 +35,27 @@ namespace {
 
 // What the command line said; written once while the library loads, before any other thread knows
 // it.
-struct Identity {
+struct CommandLineIdentity {
     std::string home;
     std::string nodeName;
     std::string appServer;
     std::string profileName;
     std::string extensionDirs;
 };
-// Never destroyed: natives may still run at exit.
-Identity& identity = *new Identity;
-std::vector<std::string>& arguments = *new std::vector<std::string>;
-
-std::mutex ratesLock;  // guards rates
-SamplingRates rates;
+CommandLineIdentity& identity = *new CommandLineIdentity;  // never destroyed, as natives may run
 
 constexpr ULONG kMaxMethodHashSize = 1000000;  // buckets of about 90 bytes each
 
 struct IdentityOption {
     const char* prefix;
-    std::string Identity::*value;
+    std::string CommandLineIdentity::*value;
 };
 constexpr IdentityOption kIdentityOptions[] = {
-    {"-Dam.home=", &Identity::home},
-    {"-Dam.nodename=", &Identity::nodeName},
-    {"-Dam.appserver=", &Identity::appServer},
-    {"-Dam.profilename=", &Identity::profileName},
-    {"-Djava.ext.dirs=", &Identity::extensionDirs},
+    {"-Dam.home=", &CommandLineIdentity::home},
+    {"-Dam.nodename=", &CommandLineIdentity::nodeName},
+    {"-Dam.appserver=", &CommandLineIdentity::appServer},
+    {"-Dam.profilename=", &CommandLineIdentity::profileName},
+    {"-Djava.ext.dirs=", &CommandLineIdentity::extensionDirs},
 };
 
 jstring toJava(JNIEnv* env, const char* text) {
@@ -98,7 +94,7 @@ jstring currentText(JNIEnv* env, const char* native, const char* text) {
 // The server learns changed rates at once when it can be told, else with the next connection.
 void announceRates(JNIEnv* env, const SamplingRates& changed) {
     ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
-    if (ProbeMgr::isProbeDisabled() || threads == nullptr) return;
+    if (ProbeState::isDisabled() || threads == nullptr) return;
     EventUtils::appendSamplingRateEvent(env, threads->getThreadData(env), changed.rates,
                                         changed.useDefault ? 1 : 0);
 }
@@ -112,16 +108,16 @@ void ProbeSystem::readCommandLineArguments() {
 
 void ProbeSystem::parseArguments(const std::vector<std::string>& given) {
     VEL_TRACE("parseArguments(const std::vector<std::string>&)");
-    identity = Identity{};
-    arguments = given;
-    for (const std::string& argument : arguments)
+    identity = CommandLineIdentity{};
+    Identity::setVmArguments(given);
+    for (const std::string& argument : given)
         for (const IdentityOption& option : kIdentityOptions)
             if (argument.compare(0, std::strlen(option.prefix), option.prefix) == 0)
                 identity.*option.value = argument.substr(std::strlen(option.prefix));
 }
 
 const std::vector<std::string>& ProbeSystem::jvmArguments() {
-    return arguments;
+    return Identity::vmArguments();
 }
 const char* ProbeSystem::commandLineHome() {
     return identity.home.c_str();
@@ -146,46 +142,21 @@ const char* ProbeSystem::buildDate() {
 }
 
 SamplingRates ProbeSystem::samplingRates() {
-    const std::lock_guard guard(ratesLock);
-    return rates;
+    return ProbeState::samplingRates();
 }
 
 void ProbeSystem::setSamplingRates(const SamplingRates& changed) {
     VEL_TRACE("setSamplingRates(const SamplingRates&)");
-    const std::lock_guard guard(ratesLock);
-    rates = changed;
+    ProbeState::setSamplingRates(changed);
 }
 
 char* getMODFileName() {
     VEL_TRACE("getMODFileName()");
-    const std::string folder = std::string(ProbeMgr::getVeloraHome()) + "/etc";
+    const std::string folder = std::string(Identity::home()) + "/etc";
     const std::string file = folder + "/am.mod";
     const bool readable = access(file.c_str(), R_OK) == 0;
     const bool creatable = access(folder.c_str(), W_OK | X_OK) == 0;
     return readable || creatable ? Utils::cstrdup(file.c_str()) : nullptr;
-}
-
-bool getFullAppServerName(JNIEnv* env, char* buffer, int size) {
-    VEL_TRACE("getFullAppServerName(JNIEnv*, char*, int)");
-    if (env == nullptr || buffer == nullptr || size <= 0 || handleJavaException(env)) return false;
-    const LocalRef probeSystem(env, env->FindClass("com/velora/probe/ProbeSystem"));
-    if (handleJavaException(env) || !probeSystem) return false;
-    const jmethodID method =
-        env->GetStaticMethodID(probeSystem.get(), "fullAppServerName", "()Ljava/lang/String;");
-    if (handleJavaException(env) || method == nullptr) return false;
-    const LocalRef name(
-        env, static_cast<jstring>(env->CallStaticObjectMethod(probeSystem.get(), method)));
-    if (handleJavaException(env) || !name) return false;
-    const UtfChars chars(env, name.get());
-    if (handleJavaException(env) || chars.get() == nullptr) return false;
-    std::size_t length = std::strlen(chars.get());
-    if (length >= static_cast<std::size_t>(size)) {
-        length = static_cast<std::size_t>(size) - 1;
-        while (length > 0 && (chars.get()[length] & 0xC0) == 0x80) --length;
-    }
-    std::memcpy(buffer, chars.get(), length);
-    buffer[length] = '\0';
-    return true;
 }
 
 extern "C" {
@@ -252,22 +223,22 @@ JNIEXPORT jstring JNICALL Java_com_velora_probe_ProbeSystem_getBuildTime(JNIEnv*
 
 JNIEXPORT jstring JNICALL Java_com_velora_probe_ProbeSystem_getHome(JNIEnv* env, jclass) {
     VEL_TRACE("Java_com_velora_probe_ProbeSystem_getHome(JNIEnv*, jclass)");
-    return currentText(env, "getHome", ProbeMgr::getVeloraHome());
+    return currentText(env, "getHome", Identity::home());
 }
 
 JNIEXPORT jstring JNICALL Java_com_velora_probe_ProbeSystem_getNodeName(JNIEnv* env, jclass) {
     VEL_TRACE("Java_com_velora_probe_ProbeSystem_getNodeName(JNIEnv*, jclass)");
-    return currentText(env, "getNodeName", ProbeMgr::getNodeName());
+    return currentText(env, "getNodeName", Identity::nodeName());
 }
 
 JNIEXPORT jstring JNICALL Java_com_velora_probe_ProbeSystem_getAppServerName(JNIEnv* env, jclass) {
     VEL_TRACE("Java_com_velora_probe_ProbeSystem_getAppServerName(JNIEnv*, jclass)");
-    return currentText(env, "getAppServerName", ProbeMgr::getAppServerName());
+    return currentText(env, "getAppServerName", Identity::appServerName());
 }
 
 JNIEXPORT jstring JNICALL Java_com_velora_probe_ProbeSystem_getProfileName(JNIEnv* env, jclass) {
     VEL_TRACE("Java_com_velora_probe_ProbeSystem_getProfileName(JNIEnv*, jclass)");
-    return currentText(env, "getProfileName", ProbeMgr::getProfileName());
+    return currentText(env, "getProfileName", Identity::profileName());
 }
 
 JNIEXPORT jstring JNICALL Java_com_velora_probe_ProbeSystem_getModFileName(JNIEnv* env, jclass) {

@@ -2,13 +2,15 @@
 // the Java class com.velora.probe.ProbeSystem.
 //
 // Natives (static in Java unless they change their mind; receiver ignored):
-//     void   initializeNative()          reads the static fields int methodHashSize and String
-//     probeStdout int    getProcessId() int    getCpuCount()               processors online long
-//     getProcessCpuTime()         ms, user and system int[]  getSamplingRates()          four, one
-//     per kind of request void   setSamplingRates(int[] rates, boolean useDefault) String
-//     getBuildTime()              "hh:mm:ss Mon dd yyyy" String getHome(), getNodeName(),
-//     getAppServerName(), getProfileName(), getModFileName() void   setServerIdentity(String
-//     version, String componentId, int adminPort)
+//   - void initializeNative(): reads the static fields int methodHashSize and String probeStdout
+//   - int getProcessId()
+//   - int getCpuCount(): processors online
+//   - long getProcessCpuTime(): ms, user and system
+//   - int[] getSamplingRates(): four, one per kind of request
+//   - void setSamplingRates(int[] rates, boolean useDefault)
+//   - String getBuildTime(): "hh:mm:ss Mon dd yyyy"
+//   - String getHome(), getNodeName(), getAppServerName(), getProfileName(), getModFileName()
+//   - void setServerIdentity(String version, String componentId, int adminPort)
 // The library calls back: static String com.velora.probe.ProbeSystem.fullAppServerName()
 #pragma once
 
@@ -17,10 +19,7 @@
 #include <string>
 #include <vector>
 
-struct SamplingRates {
-    jint rates[4] = {100, 100, 100, 100};  // per cent
-    bool useDefault = true;                // the Publish Server's own default applies
-};
+#include "foundation/ProbeState.h"
 
 class ProbeSystem {
 public:
@@ -53,7 +52,3 @@ public:
 // The MOD file under the home, "<home>/etc/am.mod", in a new array (caller: delete[]), when the
 // folder is there and can be used; else null.
 char* getMODFileName();
-
-// The server's full name as the Java side knows it, cut to size - 1 bytes at a character boundary.
-// False, and buffer unchanged, when it cannot be had. Needs a thread that may call Java.
-bool getFullAppServerName(JNIEnv* env, char* buffer, int size);

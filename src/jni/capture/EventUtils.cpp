@@ -7,10 +7,10 @@
 
 #include "capture/CallingThread.h"
 #include "capture/EventStamp.h"
-#include "capture/GPSTokenUtils.h"
 #include "capture/JavaText.h"
 #include "capture/NestedRequest.h"
 #include "event/Events.h"
+#include "event/GPSTokenUtils.h"
 #include "foundation/Log.h"
 #include "transport/MemoryMonitor.h"
 

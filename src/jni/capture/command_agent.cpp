@@ -4,9 +4,9 @@
 
 #include "capture/CallingThread.h"
 #include "capture/EventUtils.h"
-#include "capture/GPSTokenUtils.h"
 #include "capture/JavaText.h"
 #include "capture/NestedRequest.h"
+#include "event/GPSTokenUtils.h"
 #include "event/RequestEvents.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"

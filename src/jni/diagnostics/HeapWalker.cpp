@@ -7,7 +7,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "agent/ProbeMgr.h"
+#include "foundation/Globals.h"
 #include "foundation/Log.h"
 #include "foundation/Utils.h"
 
@@ -260,7 +260,7 @@ ClassLoadRecordChain* getClassData(jobjectID id) {
     ClassLoadRecordChain& slot = ClassLoadRecordChain::lookup(id);
     if (!slot.asked) {
         slot.asked = true;
-        const JVMPI_Interface* const vm = ProbeMgr::getJVMPI();
+        const JVMPI_Interface* const vm = jvmpi.load(std::memory_order_acquire);
         class_load.class_id = nullptr;  // tells whether the request reached the dispatcher
         if (vm != nullptr && vm->RequestEvent(JVMPI_EVENT_CLASS_LOAD, id) == JVMPI_SUCCESS &&
             class_load.class_id != nullptr) {

@@ -9,14 +9,14 @@
 #include <cstring>
 #include <memory>
 
-#include "agent/ProbeMgr.h"
-#include "agent/ProbeSystem.h"
 #include "capture/EventUtils.h"
 #include "diagnostics/HeapSummary.h"
 #include "diagnostics/HeapWalker.h"
 #include "foundation/Globals.h"
+#include "foundation/Identity.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
+#include "foundation/ProbeState.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
 #include "transport/MemoryMonitor.h"
@@ -86,7 +86,7 @@ jlong usedMegabytes(JNIEnv* env) {
 
 // Megabytes: the setting, else the -Xmx number.
 jlong configuredMaximum() {
-    const int maxHeap = maxHeapFromCommandLine(ProbeSystem::jvmArguments());
+    const int maxHeap = maxHeapFromCommandLine(Identity::vmArguments());
     const PropertyMgr* const properties = propMgr_.load(std::memory_order_acquire);
     return properties == nullptr ? maxHeap
                                  : properties->getBoundedProperty("internal.max.heapdump.size",
@@ -205,11 +205,11 @@ int testHeapEnvironment(JNIEnv* env) {
 
 int getHeapDump() {
     VEL_TRACE("getHeapDump()");
-    const JVMPI_Interface* const vm = ProbeMgr::getJVMPI();
+    const JVMPI_Interface* const vm = jvmpi.load(std::memory_order_acquire);
     answer = JVMPI_NOT_AVAILABLE;
     if (vm == nullptr) return 0;
     if (vm->NotifyEvent == nullptr)
-        ProbeMgr::enableClassLoad();  // installs the dispatcher, no more
+        ProbeState::installDispatcher(jvmpi.load(std::memory_order_acquire));
     JVMPI_HeapDumpArg argument{JVMPI_DUMP_LEVEL_2};
     answer = vm->RequestEvent(JVMPI_EVENT_HEAP_DUMP, &argument);
     VEL_DEBUG_MIN("getHeapDump", "RequestEvent finishes (ret=%d)", answer);

@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "agent/ProbeMgr.h"
 #include "diagnostics/threaddump.h"
 #include "event/ThreadData.h"
 #include "event/ThreadMgr.h"
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
+#include "foundation/ProbeState.h"
 #include "foundation/Utils.h"
 #include "instrument/class.h"
 #include "instrument/method.h"
@@ -129,7 +129,7 @@ void fillTrace(JNIEnv* env, const JVMPI_Interface& vm, JNIEnv* target, jint dept
 }
 
 jobjectArray stackTrace(JNIEnv* env, jint threadId, jint maxDepth) {
-    if (ProbeMgr::isProbeDisabled()) {
+    if (ProbeState::isDisabled()) {
         logMessage(msg::kStackTraceDisabled);
         return nullptr;
     }
@@ -139,7 +139,7 @@ jobjectArray stackTrace(JNIEnv* env, jint threadId, jint maxDepth) {
     const jint depth = std::min(maxDepth, kDeepestTrace);
     LocalRef array(env, env->NewObjectArray(depth * kStringsPerFrame, string, nullptr));
     if (handleJavaException(env) || array.get() == nullptr) return nullptr;
-    const JVMPI_Interface* const vm = ProbeMgr::getJVMPI();
+    const JVMPI_Interface* const vm = jvmpi.load(std::memory_order_acquire);
     if (vm == nullptr) return nullptr;
     const Target target = findThread(threadId);
     if (target.thread == nullptr || !target.thread->isAlive() || target.thread->isCancelled())
@@ -158,7 +158,7 @@ jint normalised(jint status) {
 }
 
 jint threadStatus(jint threadId) {
-    const JVMPI_Interface* const vm = ProbeMgr::getJVMPI();
+    const JVMPI_Interface* const vm = jvmpi.load(std::memory_order_acquire);
     if (vm == nullptr) return kUnknownThread;
     const Target target = findThread(threadId);
     if (target.thread == nullptr) return kUnknownThread;

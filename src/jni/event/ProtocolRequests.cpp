@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "capture/GPSTokenUtils.h"
+#include "event/GPSTokenUtils.h"
 #include "event/RecordParts.h"
 
 using namespace recordparts;
@@ -134,7 +134,7 @@ bool ProtocolVisitor::addToBuffer(GPSEvent* evt, char** buf) {
     if (evt->subType_ == START || evt->subType_ == CONNECT) putToken(out, *evt);
     // From now on the server may know this token: it must not be issued again, even after a
     // restart.
-    if (evt->subType_ == START) GPSTokenUtils::saveGPSToken(evt->token);
+    if (evt->subType_ == START) GPSTokenUtils::noteToken(evt->token);
     return finishWithLevel(out);
 }
 

@@ -13,10 +13,9 @@
 #include <mutex>
 #include <string>
 
-#include "agent/ProbeMgr.h"
-#include "agent/ProbeSystem.h"
 #include "event/RecordParts.h"
 #include "foundation/Globals.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 
@@ -98,11 +97,10 @@ void ProtocolVisitor::addInitRecord(char** buf) {
 
 void ProtocolVisitor::addJ2EEInitRecord(char** buf, JNIEnv* env) {
     VEL_TRACE("addJ2EEInitRecord(char**, JNIEnv*)");
-    const ProbeMgr* const probe = ProbeMgr::getInstance();
     int major = 0;
     int minor = 0;
     int micro = 0;
-    std::sscanf(probe->getAppServerVersion(), "%d.%d.%d", &major, &minor, &micro);
+    std::sscanf(Identity::appServerVersion(), "%d.%d.%d", &major, &minor, &micro);
     char fullName[256];
     const bool named = getFullAppServerName(env, fullName, sizeof fullName);
 
@@ -112,30 +110,29 @@ void ProtocolVisitor::addJ2EEInitRecord(char** buf, JNIEnv* env) {
     out.putByte(major);
     out.putByte(minor);
     out.putByte(micro);
-    out.writeString(probe->getComponentId());
+    out.writeString(Identity::componentId());
     out.writeString("<NO CLUSTER NAME>");
-    out.writeString(ProbeMgr::getNodeName());
+    out.writeString(Identity::nodeName());
     // Intended: the plain server name also where a profile is set; the server knows it under this
     // one.
-    out.writeString(named ? fullName : ProbeMgr::getAppServerName());
-    out.putInt(static_cast<std::uint32_t>(probe->getAdminServerPort()));
+    out.writeString(named ? fullName : Identity::appServerName());
+    out.putInt(static_cast<std::uint32_t>(Identity::adminPort()));
     finish(out);
 }
 
 void ProtocolVisitor::addStandaloneInitRecord(char** buf) {
     VEL_TRACE("addStandaloneInitRecord(char**)");
-    const ProbeMgr* const probe = ProbeMgr::getInstance();
     WireWriter out(buf);
     out.putByte(107);
     out.putByte(204);
     out.putByte(1);
     out.putByte(1);
     out.putByte(1);
-    out.writeString(probe->getComponentId());
+    out.writeString(Identity::componentId());
     // Intended: server before node, the other way round than for an application server.
-    out.writeString(ProbeMgr::getAppServerName());
-    out.writeString(ProbeMgr::getNodeName());
-    out.putInt(static_cast<std::uint32_t>(probe->getAdminServerPort()));
+    out.writeString(Identity::appServerName());
+    out.writeString(Identity::nodeName());
+    out.putInt(static_cast<std::uint32_t>(Identity::adminPort()));
     finish(out);
 }
 

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "agent/ProbeMgr.h"
 #include "event/ProtocolVisitor.h"
 #include "event/WireWriter.h"
+#include "foundation/ProbeState.h"
 
 namespace recordparts {
 
@@ -29,7 +29,7 @@ inline void putFrame(WireWriter& out, int type, const Event& event, int depth) {
 }
 
 inline void putLevel(WireWriter& out) {
-    out.putByte(ProbeMgr::getProbeLevel());
+    out.putByte(ProbeState::level());
 }
 
 inline bool finish(WireWriter& out) {

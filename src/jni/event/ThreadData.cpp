@@ -6,14 +6,14 @@
 #include <utility>
 
 #include "event/Event.h"
+#include "event/GateBooks.h"
+#include "event/LossBook.h"
 #include "event/RecordPins.h"
 #include "event/ThreadMgr.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
-#include "transport/LossBook.h"
-#include "transport/MemoryMonitor.h"
 
 namespace {
 
@@ -102,11 +102,11 @@ bool ThreadData::appendEvent(Event* evt) {
 
 // The charge comes first: once the event is in the queue an agent may have encoded and deleted it.
 bool ThreadData::queueEvent(Event* evt) {
-    MemoryMonitor::addToMemCntr(evt->type_, evt->size_, this);
+    charge(evt->type_, evt->size_);
     try {
         return evtQueue_->append(evt);
     } catch (...) {  // no memory for the queue's node
-        MemoryMonitor::delFromMemCntr(evt->type_, evt->size_, this);
+        credit(evt->type_, evt->size_);
         refused_[DroppedEvent::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
         delete evt;
         throw;
@@ -192,9 +192,8 @@ void ThreadData::bookLosses(Loss reason) {
     }
     for (auto& count : refused_) lost += count.exchange(0, std::memory_order_relaxed);
     if (lost > 0) LossBook::add(reason, lost);
-    if (const std::uint32_t calls = takeGatedCalls(); calls > 0)
-        MemoryMonitor::noteGatedCalls(calls);
-    MemoryMonitor::forgetThread(this);
+    if (const std::uint32_t calls = takeGatedCalls(); calls > 0) GateBooks::noteCalls(calls);
+    GateBooks::forget(*this);
 }
 
 void ThreadData::takeRefusedCounts(DroppedEvent* into) {

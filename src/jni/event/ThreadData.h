@@ -40,6 +40,15 @@ public:
     // logged).
     bool appendEvent(Event* evt);
 
+    // Bytes of an event charged when it is queued and credited when it leaves the queue: in the
+    // counters of its kind.
+    void charge(EventType type, std::int16_t bytes) {
+        addWrapping(isFromVm(type) ? jvmpiAddCounter_ : jniAddCounter_, bytes);
+    }
+    void credit(EventType type, std::int16_t bytes) {
+        addWrapping(isFromVm(type) ? jvmpiDeleteCounter_ : jniDeleteCounter_, bytes);
+    }
+
     // The highest thread CPU time (ns) seen so far, t included: readings of one thread never go
     // back.
     jlong saveAndTestCPUTime(jlong t) {
@@ -133,6 +142,11 @@ private:
     bool refuse(Event* evt);
     bool queueEvent(Event* evt);
     void keepFormer(char* name);
+
+    static bool isFromVm(EventType type) { return type == ::CLASS || type == ::METHOD; }
+    static void addWrapping(std::atomic<std::uint32_t>& counter, std::int16_t bytes) {
+        counter.fetch_add(static_cast<std::uint32_t>(bytes), std::memory_order_relaxed);
+    }
 
     // How many droppable events a queue takes: 0 until it has been read from the settings.
     static long queueLimit() {

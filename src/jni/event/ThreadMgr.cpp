@@ -8,12 +8,12 @@
 #include <mutex>
 #include <utility>
 
+#include "event/LossBook.h"
 #include "event/RecordPins.h"
+#include "event/ThreadAgents.h"
 #include "event/ThreadData.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
-#include "transport/EvtAgentMgr.h"
-#include "transport/LossBook.h"
 
 namespace {
 
@@ -38,6 +38,7 @@ std::uint32_t ThreadMgr::stoppedTIDArr_[kStoppedSlots];
 std::uint32_t ThreadMgr::stoppedTIDCopyArr_[kStoppedSlots];
 int ThreadMgr::stopIndex_ = -1;
 int ThreadMgr::stopTIDCnt_ = 0;
+std::atomic<ThreadAgents*> ThreadMgr::agents_{nullptr};
 std::uint32_t (*ThreadMgr::getTimeStamp)() = processorClock;
 
 ThreadMgr::ThreadMgr()
@@ -186,7 +187,7 @@ ThreadData* ThreadMgr::getThreadData(char* grpname, char* thrname) {
 
 ThreadData* ThreadMgr::createThreadData(JNIEnv* env) {
     VEL_TRACE("createThreadData(JNIEnv*)");
-    EvtAgentMgr* const agents = evtMgr_.load(std::memory_order_acquire);
+    ThreadAgents* const agents = agents_.load(std::memory_order_acquire);
     if (agents == nullptr || !agents->isReady()) {
         VEL_DEBUG_MIN("createThreadData", "EventMgr not ready, returning null");
         return nullptr;

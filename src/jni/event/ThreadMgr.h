@@ -23,6 +23,7 @@
 #include "foundation/VeloraBase.h"
 #include "jvmpi/jvmpi.h"
 
+class ThreadAgents;
 class ThreadData;
 enum class Loss;
 
@@ -52,6 +53,11 @@ public:
     ~ThreadMgr() override;
     static ThreadMgr* getInstance();  // made on first call
     static void destroy();
+
+    // Who takes new threads from now on; null: nobody, and no record is made.
+    static void useAgents(ThreadAgents* agents) {
+        agents_.store(agents, std::memory_order_release);
+    }
 
     void initialize() {}
     bool initializeAfterJVMPI() { return true; }
@@ -120,6 +126,8 @@ private:
     bool enlist(JNIEnv* env, ThreadData* record, bool onlyWhenStarted);
     void withdraw(JNIEnv* env, ThreadData* record);
     unsigned assignIdLocked(ThreadData* record);  // caller holds threadDataLock_
+
+    static std::atomic<ThreadAgents*> agents_;
 
     VelHashTable<JNIEnv*, ThreadData*>* thrTable_;  // owned
     JNIEnvMap* thrMap_;            // owned: id to environment, under threadDataLock_

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/ProbeMgr.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 #include "foundation/Utils.h"
@@ -35,9 +35,9 @@ std::tm localNow() {
 // <home>/logs/<node>.<server>[(<profile>)].<local time>.<process id>.datacollector.log
 std::string logFilePath() {
     const std::tm now = localNow();
-    std::string path = std::string(ProbeMgr::getVeloraHome()) + "/logs/" + ProbeMgr::getNodeName() +
-                       "." + ProbeMgr::getAppServerName();
-    if (const std::string profile = ProbeMgr::getProfileName(); !profile.empty())
+    std::string path = std::string(Identity::home()) + "/logs/" + Identity::nodeName() + "." +
+                       Identity::appServerName();
+    if (const std::string profile = Identity::profileName(); !profile.empty())
         path += "(" + profile + ")";
     return path + formatSafely(".%04d%02d%02d%02d%02d%02d.%d.datacollector.log",
                                {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour,
@@ -71,7 +71,7 @@ const char* lineFormat(int level) {
 void ProbeLog::initialize() {
     VEL_TRACE("initialize()");
     if (initialized_) return;
-    const std::string messages = std::string(ProbeMgr::getVeloraHome()) + "/etc/LogMessages";
+    const std::string messages = std::string(Identity::home()) + "/etc/LogMessages";
     const std::string path = logFilePath();
     const File messagesFile(std::fopen(messages.c_str(), "re"));
     std::fprintf(stderr, "[AM]: Using log file: %s \n", path.c_str());

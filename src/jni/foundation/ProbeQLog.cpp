@@ -9,7 +9,7 @@
 #include <new>
 #include <string>
 
-#include "agent/ProbeMgr.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 
 std::atomic<QlgHandle> qLogger{nullptr};
@@ -60,7 +60,7 @@ void refreshTraceThreshold() {
 }
 
 std::string homePath(const char* below) {
-    return std::string(ProbeMgr::getVeloraHome()) + below;
+    return std::string(Identity::home()) + below;
 }
 
 bool isEmpty(const char* text) {

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <limits>
 
-#include "agent/ProbeMgr.h"
 #include "foundation/Globals.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/Utils.h"
 
@@ -67,9 +67,9 @@ File openForReading(const std::string& path) {
 
 // The file of this node, server and profile; the default one when node or server are unknown.
 std::string specificFile(const std::string& etc, const std::string& defaultFile) {
-    const char* const node = ProbeMgr::getNodeName();
-    const char* const server = ProbeMgr::getAppServerName();
-    const char* const profile = ProbeMgr::getProfileName();
+    const char* const node = Identity::nodeName();
+    const char* const server = Identity::appServerName();
+    const char* const profile = Identity::profileName();
     if (isEmpty(node) || isEmpty(server)) return defaultFile;
     std::string path = etc + node + "." + server;
     if (!isEmpty(profile)) path += "(" + std::string(profile) + ")";
@@ -148,7 +148,7 @@ void PropertyMgr::stop() {
 
 void PropertyMgr::loadProperties() {
     VEL_TRACE("loadProperties()");
-    const char* const home = ProbeMgr::getVeloraHome();
+    const char* const home = Identity::home();
     if (isEmpty(home)) {
         logMessage(msg::kHomeNotFound);
         return;

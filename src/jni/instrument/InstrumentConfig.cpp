@@ -12,7 +12,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "agent/ProbeMgr.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "instrument/ParameterSlots.h"
 
@@ -183,7 +183,7 @@ bool getConfig(const char* given) {
     const std::string path =
         given != nullptr && given[0] != '\0'
             ? given
-            : std::string(ProbeMgr::getVeloraHome()) + "/etc/instrumentation.properties";
+            : std::string(Identity::home()) + "/etc/instrumentation.properties";
     instrumentConfig() = InstrumentConfig{};
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"),
                                                                std::fclose);

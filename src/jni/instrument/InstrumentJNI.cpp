@@ -5,9 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "agent/ProbeMgr.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ProbeState.h"
 #include "instrument/InstrumentConfig.h"
 #include "instrument/dumpclass.h"
 
@@ -87,7 +88,7 @@ std::string_view nameOf(const ConstantPool& pool) {
 
 void noteLauncher(std::string_view name) {
     if (name == "com/kor/zs/bootstrap/ZSLauncher" || name == "weblogic/Server" ||
-        name == ProbeMgr::getBootClassName())
+        name == Identity::bootClassName())
         instrumentationActive.store(true);
 }
 
@@ -129,7 +130,7 @@ bool instrumentTargets(std::string_view name, ClassData* working, const Constant
 void turnOffWhenDone() {
     if (!instrumentedClassLoader.load() || !instrumentedProxy.load()) return;
     VEL_DEBUG_MIN(kSignature, "InstrumentJNI: turning off JVMPI ClassLoadHook");
-    ProbeMgr::disableClassLoadHook();
+    ProbeState::disableClassLoadHook();
 }
 
 // Hands the rewritten bytes to the VM in memory of its own.
@@ -184,7 +185,7 @@ void notifyJVMInitDone(JVMPI_Event*) {
         return;
     VEL_DEBUG_MIN("notifyJVMInitDone(JVMPI_Event*)",
                   "No instrumentation is configured, turning off JVMPI ClassLoadHook");
-    ProbeMgr::disableClassLoadHook();
+    ProbeState::disableClassLoadHook();
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): callers keep their own mark

@@ -7,6 +7,8 @@
 
 #include "event/CommonEvent.h"
 #include "event/ControlEvents.h"
+#include "event/GPSTokenUtils.h"
+#include "event/GateBooks.h"
 #include "event/ProtocolVisitor.h"
 #include "event/ThreadData.h"
 #include "event/ThreadMgr.h"
@@ -20,6 +22,7 @@
 #include "transport/InitialRecords.h"
 #include "transport/MemoryMonitor.h"
 #include "transport/NetworkAgentMgr.h"
+#include "transport/ResendListener.h"
 
 namespace {
 
@@ -215,6 +218,7 @@ void EventAgent::sendPacket(EvtAgentMgr* manager) {
 
     const int length = prepare2send();
     const PacketInfo info{packetEvents_, line.connection, false};
+    GPSTokenUtils::saveNotedTokens();  // before the server can know them
     if (network->sendData(this, buffer_.get(), length, info) == RC_SUCCESS) {
         VEL_DEBUG_MIN("startThread", "Buffer size sent to PS: %d", length);
     } else {
@@ -241,7 +245,9 @@ int EventAgent::sendInitRecords() {
         if (asked) resendInitRecord_ = true;
         return RC_FAIL;
     }
-    if (specialQueue_ != nullptr) appendSamplingRates(env_, specialQueue_);
+    ResendListener* const listener = ResendListener::current();
+    if (specialQueue_ != nullptr && listener != nullptr)
+        listener->initialRecordsSent(env_, specialQueue_);
     VEL_DEBUG_MIN("sendInitRecords", "Sent Init records successfully");
     return RC_SUCCESS;
 }
@@ -531,8 +537,8 @@ void EventAgent::discardQueued(Loss reason) {
 // Has an ended thread's record deleted, if it still is this agent's.
 void EventAgent::remove(ThreadData* thread) {
     if (!thrList_->remove(thread)) return;
-    MemoryMonitor::noteGatedCalls(thread->takeGatedCalls());
-    MemoryMonitor::forgetThread(thread);
+    GateBooks::noteCalls(thread->takeGatedCalls());
+    GateBooks::forget(*thread);
     if (ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire); threads != nullptr)
         threads->deleteThreadData(thread);
 }
@@ -571,7 +577,7 @@ void EventAgent::computeMemoryTaken() {
         const std::uint32_t added = thread->jniAddCounter_ + thread->jvmpiAddCounter_;
         const std::uint32_t deleted = thread->jniDeleteCounter_ + thread->jvmpiDeleteCounter_;
         bytes += static_cast<std::uint32_t>(added - deleted);
-        MemoryMonitor::noteGatedCalls(thread->takeGatedCalls());
+        GateBooks::noteCalls(thread->takeGatedCalls());
     }
     memUsed_.store(bytes, std::memory_order_relaxed);
 }
@@ -579,7 +585,7 @@ void EventAgent::computeMemoryTaken() {
 void EventAgent::collectGatedCalls(VelList<ThreadData*>* threads) {
     threads->enterLock();  // a listed record is not deleted
     for (VelListIter<ThreadData*> it(threads); it.hasNext();)
-        MemoryMonitor::noteGatedCalls(it.next()->takeGatedCalls());
+        GateBooks::noteCalls(it.next()->takeGatedCalls());
     threads->exitLock();
 }
 

@@ -16,10 +16,10 @@
 #include <set>
 #include <vector>
 
+#include "event/LossBook.h"
 #include "foundation/VelList.h"
 #include "foundation/VelLock.h"
 #include "foundation/VeloraBase.h"
-#include "transport/LossBook.h"
 
 class DroppedEvent;
 class Event;

@@ -5,14 +5,14 @@
 #include <mutex>
 #include <utility>
 
-#include "agent/ProbeMgr.h"
+#include "event/LossBook.h"
 #include "event/ThreadMgr.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ProbeState.h"
 #include "foundation/PropertyMgr.h"
 #include "transport/EventAgent.h"
-#include "transport/LossBook.h"
 #include "transport/MemoryMonitor.h"
 
 namespace {
@@ -39,6 +39,7 @@ EvtAgentMgr* EvtAgentMgr::getInstance() {
     made = new EvtAgentMgr;
     made->initialize();
     evtMgr_.store(made, std::memory_order_release);
+    ThreadMgr::useAgents(made);
     return made;
 }
 
@@ -47,6 +48,7 @@ void EvtAgentMgr::destroy() {
     EvtAgentMgr* const ended = evtMgr_.load(std::memory_order_acquire);
     if (ended == nullptr) return;
     if (ended->start_) ended->stop();  // its loops still find it
+    ThreadMgr::useAgents(nullptr);
     evtMgr_.store(nullptr, std::memory_order_release);
     delete std::exchange(retiredMgr, ended);
 }
@@ -181,7 +183,7 @@ void EvtAgentMgr::notifyEventAgentStatus(EventAgent* agent, bool status) {
     VEL_TRACE("notifyEventAgentStatus(EventAgent*, bool)");
     if (!isLeader(agent) || status == ready_) return;
     ready_ = status;
-    ProbeMgr::setEventMgrReady(status);
+    ProbeState::setEventMgrReady(status);
 }
 
 // --- threads and their agents --------------------------------------------------------------------

@@ -13,6 +13,7 @@
 #include <memory>
 #include <shared_mutex>
 
+#include "event/ThreadAgents.h"
 #include "foundation/VelList.h"
 #include "foundation/VelLock.h"
 #include "foundation/VeloraBase.h"
@@ -21,7 +22,9 @@
 class EventAgent;
 class ThreadData;
 
-class EvtAgentMgr : public virtual VeloraBase, public NetworkAgentMgrConnInitListener {
+class EvtAgentMgr final : public virtual VeloraBase,
+                          public NetworkAgentMgrConnInitListener,
+                          public ThreadAgents {
 public:
     static EvtAgentMgr* getInstance();  // made on first call
     static void destroy();
@@ -36,10 +39,10 @@ public:
     void startEvtAgent(JNIEnv* env, int id);
     void stopEvtAgent(int id);
     void stopAllEvtAgents();
-    bool isReady() const;  // the pool exists and the leader runs
+    bool isReady() const override;  // the pool exists and the leader runs
 
     // Assigns a thread to an agent; 0 when nobody takes it.
-    int manageThreadData(ThreadData* thread);
+    int manageThreadData(ThreadData* thread) override;
     void notifySocketStatus() override;
 
     void checkForMemory(EventAgent* agent);

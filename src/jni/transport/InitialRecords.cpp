@@ -1,10 +1,7 @@
 #include "transport/InitialRecords.h"
 
 #include <atomic>
-#include <iterator>
 
-#include "agent/ProbeSystem.h"
-#include "capture/EventUtils.h"
 #include "foundation/Log.h"
 #include "foundation/Utils.h"
 
@@ -47,13 +44,6 @@ jclass findRoot(JNIEnv* env) {
 }
 
 }  // namespace
-
-void appendSamplingRates(JNIEnv* env, ThreadData* queue) {
-    const SamplingRates rates = ProbeSystem::samplingRates();
-    int levels[4];
-    std::copy(std::begin(rates.rates), std::end(rates.rates), levels);
-    EventUtils::appendSamplingRateEvent(env, queue, levels, rates.useDefault ? 1 : 0);
-}
 
 void requestClassEvents(JNIEnv* env) {
     VEL_TRACE("requestClassEvents(JNIEnv*)");

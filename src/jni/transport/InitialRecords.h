@@ -3,11 +3,6 @@
 
 #include <jni.h>
 
-class ThreadData;
-
-// Queues the sampling rates in force on the given record.
-void appendSamplingRates(JNIEnv* env, ThreadData* queue);
-
 // Has the Java side emit every class event again, on the calling thread's queue. A missing class or
 // method is told once; no Java exception stays pending.
 void requestClassEvents(JNIEnv* env);

@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <climits>
 
-#include "agent/ProbeMgr.h"
 #include "event/ControlEvents.h"
+#include "event/GateBooks.h"
 #include "event/ThreadData.h"
 #include "event/ThreadMgr.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
+#include "foundation/ProbeState.h"
 #include "foundation/PropertyMgr.h"
 #include "transport/NetworkAgentMgr.h"
 
@@ -22,8 +23,6 @@ constexpr int kAverageFinal = 65535;  // a sample counter with this value or mor
 
 std::atomic<bool> MemoryMonitor::uLimitReached_{false};
 std::atomic<bool> MemoryMonitor::resetingCounters_{false};
-std::atomic<int> MemoryMonitor::markedThreads_{0};
-std::atomic<long> MemoryMonitor::gatedCalls_{0};
 std::atomic<int> MemoryMonitor::avgURLLimit_{100};
 std::atomic<int> MemoryMonitor::urlLimitCntr_{0};
 std::atomic<long> MemoryMonitor::urlBuffSize_{0};
@@ -76,7 +75,7 @@ void MemoryMonitor::stop() {
 void MemoryMonitor::initializeSizes() {
     uLimitReached_ = false;
     resetingCounters_ = false;
-    markedThreads_ = 0;
+    GateBooks::reset();
     resetTimerCount_ = 1800;
     checkULimitCount_ = 0;
     avgURLLimit_ = 100;
@@ -141,7 +140,7 @@ void MemoryMonitor::setResetTimer() {
 // --- the gate ------------------------------------------------------------------------------------
 
 bool MemoryMonitor::reachedULimit(JNIEnv* env) {
-    if (ProbeMgr::isProbeDisabled()) return true;
+    if (ProbeState::isDisabled()) return true;
     if (uLimitReached_.load(std::memory_order_relaxed)) [[unlikely]] {
         passClosedGate(env);
         return true;
@@ -149,8 +148,7 @@ bool MemoryMonitor::reachedULimit(JNIEnv* env) {
     if (resetingCounters_.load(std::memory_order_relaxed)) [[unlikely]]
         if (MemoryMonitor* const monitor = memMon_.load(std::memory_order_acquire))
             monitor->doLock(env);
-    // Almost always zero, so that an open gate costs three loads and no look-up of the thread.
-    if (markedThreads_.load(std::memory_order_relaxed) != 0) [[unlikely]]
+    if (GateBooks::anyMarked()) [[unlikely]]
         reopenFor(env);
     return false;
 }
@@ -160,12 +158,11 @@ void MemoryMonitor::passClosedGate(JNIEnv* env) {
     ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
     ThreadData* const thread = threads != nullptr ? threads->getThreadDataIfPresent(env) : nullptr;
     if (thread == nullptr) {
-        noteGatedCalls(1);
+        GateBooks::noteCalls(1);
         return;
     }
     thread->countGatedCall();
-    if (thread->dropRecordsFlag_.exchange(true, std::memory_order_relaxed)) return;
-    markedThreads_.fetch_add(1, std::memory_order_relaxed);
+    if (!GateBooks::mark(*thread)) return;
     auto* const marker = new DroppedEvent(NOSTYPE);
     marker->threadId_ = thread->getThreadIntId();
     thread->appendEvent(marker);
@@ -174,15 +171,7 @@ void MemoryMonitor::passClosedGate(JNIEnv* env) {
 void MemoryMonitor::reopenFor(JNIEnv* env) {
     ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
     ThreadData* const thread = threads != nullptr ? threads->getThreadDataIfPresent(env) : nullptr;
-    if (thread != nullptr) forgetThread(thread);
-}
-
-void MemoryMonitor::forgetThread(ThreadData* thread) {
-    if (!thread->dropRecordsFlag_.exchange(false, std::memory_order_relaxed)) return;
-    // Never below zero: a mark may stem from before a start(), which set the count back.
-    int marked = markedThreads_.load(std::memory_order_relaxed);
-    while (marked > 0 && !markedThreads_.compare_exchange_weak(marked, marked - 1)) {
-    }
+    if (thread != nullptr) GateBooks::forget(*thread);
 }
 
 void MemoryMonitor::doLock(JNIEnv* env) {
@@ -190,12 +179,8 @@ void MemoryMonitor::doLock(JNIEnv* env) {
     if (lock_->enterLock()) lock_->exitLock();
 }
 
-void MemoryMonitor::noteGatedCalls(long calls) {
-    if (calls > 0) gatedCalls_.fetch_add(calls, std::memory_order_relaxed);
-}
-
 void MemoryMonitor::writeGatedCalls() {
-    const long calls = gatedCalls_.exchange(0, std::memory_order_relaxed);
+    const long calls = GateBooks::takeCalls();
     if (calls > 0) logMessage(msg::kGatedCalls, calls);
 }
 
@@ -274,45 +259,26 @@ bool MemoryMonitor::avgSQLCalculated() {
 
 // --- a thread's books ----------------------------------------------------------------------------
 
-namespace {
-
-// Wraps: only differences of the counters mean anything.
-void bump(std::atomic<std::uint32_t>& counter, std::int16_t size) {
-    counter.fetch_add(static_cast<std::uint32_t>(size), std::memory_order_relaxed);
-}
-
-bool isFromVm(EventType type) {
-    return type == ::CLASS || type == ::METHOD;
-}
-
-}  // namespace
-
 void MemoryMonitor::jniAddCntr(ThreadData* thread, std::int16_t size) {
-    bump(thread->jniAddCounter_, size);
+    thread->charge(::REQUEST, size);
 }
 
 void MemoryMonitor::jniDeleteCntr(ThreadData* thread, std::int16_t size) {
-    bump(thread->jniDeleteCounter_, size);
+    thread->credit(::REQUEST, size);
 }
 
 void MemoryMonitor::jvmpiAddCntr(ThreadData* thread, std::int16_t size) {
-    bump(thread->jvmpiAddCounter_, size);
+    thread->charge(::METHOD, size);
 }
 
 void MemoryMonitor::jvmpiDeleteCntr(ThreadData* thread, std::int16_t size) {
-    bump(thread->jvmpiDeleteCounter_, size);
+    thread->credit(::METHOD, size);
 }
 
 void MemoryMonitor::addToMemCntr(EventType type, std::int16_t size, ThreadData* thread) {
-    if (isFromVm(type))
-        jvmpiAddCntr(thread, size);
-    else
-        jniAddCntr(thread, size);
+    thread->charge(type, size);
 }
 
 void MemoryMonitor::delFromMemCntr(EventType type, std::int16_t size, ThreadData* thread) {
-    if (isFromVm(type))
-        jvmpiDeleteCntr(thread, size);
-    else
-        jniDeleteCntr(thread, size);
+    thread->credit(type, size);
 }

@@ -73,12 +73,9 @@ public:
     static unsigned long getAcceptDelta() { return memAcceptDelta_; }
     static long getResetTimerCount() { return resetTimerCount_; }
 
-    // Calls that found the gate closed, taken from a thread's record by the agent that drains it;
-    // told to the operator once capture is on again, and at stop().
-    static void noteGatedCalls(long calls);
+    // Calls that found the gate closed (GateBooks) are told to the operator once capture is on
+    // again, and at stop().
     static void writeGatedCalls();
-    // The gate's mark on a thread record that is about to be deleted goes out of the count.
-    static void forgetThread(ThreadData* thread);
 
 private:
     static void initializeSizes();
@@ -94,8 +91,6 @@ private:
     // as if it had come a moment earlier.
     static std::atomic<bool> uLimitReached_;     // capture stopped
     static std::atomic<bool> resetingCounters_;  // natives wait on lock_
-    static std::atomic<int> markedThreads_;      // threads whose dropRecordsFlag_ is set
-    static std::atomic<long> gatedCalls_;        // gated calls not yet told to the operator
     static std::atomic<int> avgURLLimit_;        // bytes charged for a request's texts
     static std::atomic<int> urlLimitCntr_;       // samples; kAverageFinal once learned
     static std::atomic<long> urlBuffSize_;       // their total length, bytes

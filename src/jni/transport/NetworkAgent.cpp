@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "capture/PortalMethodMgr.h"
+#include "event/LossBook.h"
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
@@ -10,9 +10,9 @@
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
 #include "transport/EvtAgentMgr.h"
-#include "transport/LossBook.h"
 #include "transport/NetworkAgentMgr.h"
 #include "transport/PsLookup.h"
+#include "transport/ResendListener.h"
 
 namespace {
 
@@ -193,7 +193,8 @@ bool NetworkAgent::tryToConnect(JNIEnv* env, int* lookupFailures) {
     connection_.fetch_add(1, std::memory_order_release);
     logMessage(msg::kPsSocketConnected);
     *lookupFailures = 0;
-    PortalMethodMgr::pushMethodsToPS(env);
+    if (ResendListener* const listener = ResendListener::current(); listener != nullptr)
+        listener->connected(env);
     handleJavaException(env);
     return true;
 }

@@ -3,13 +3,13 @@
 #include <mutex>
 #include <utility>
 
-#include "agent/ProbeMgr.h"
+#include "event/LossBook.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ProbeState.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/VelLock.h"
-#include "transport/LossBook.h"
 #include "transport/NetworkAgent.h"
 
 namespace {
@@ -251,5 +251,5 @@ void NetworkAgentMgr::notifyConnectionListeners(NetworkAgent*) {
 
 void NetworkAgentMgr::notifyNetworkAgentStatus(NetworkAgent* agent, bool status) {
     VEL_TRACE("notifyNetworkAgentStatus(NetworkAgent*, bool)");
-    if (agent == leader_) ProbeMgr::setNetworkMgrReady(status);
+    if (agent == leader_) ProbeState::setNetworkMgrReady(status);
 }

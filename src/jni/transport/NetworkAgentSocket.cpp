@@ -9,9 +9,9 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "event/LossBook.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
-#include "transport/LossBook.h"
 #include "transport/NetworkAgent.h"
 #include "transport/PsSocket.h"
 

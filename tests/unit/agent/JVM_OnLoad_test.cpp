@@ -168,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(Files, ModFileTest,
 
 TEST_F(OnLoadTest, AModFileThatCanNeitherBeReadNorWrittenIsReported) {
     std::filesystem::create_directory(home.path("cwd"));
-    ProbeMgrIdentity::set("/nowhere", "n", "s", "");
+    Identity::set("/nowhere", "n", "s", "");
     std::filesystem::current_path(home.path("cwd"));
     std::filesystem::remove(home.path("cwd"));  // a working directory that takes no files
     FindMODFile();

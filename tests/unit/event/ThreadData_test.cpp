@@ -5,11 +5,11 @@
 
 #include <thread>
 
+#include "event/LossBook.h"
 #include "event/ThreadMgr.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
 #include "support/VelFixture.h"
-#include "transport/LossBook.h"
 #include "transport/MemoryMonitor.h"
 #include "unit/event/EventMaking.h"
 

@@ -8,12 +8,12 @@
 #include <mutex>
 #include <thread>
 
+#include "event/LossBook.h"
 #include "event/RecordPins.h"
 #include "event/ThreadData.h"
 #include "foundation/Utils.h"
 #include "support/VelFixture.h"
 #include "transport/EvtAgentMgr.h"
-#include "transport/LossBook.h"
 #include "unit/event/EventMaking.h"
 
 extern "C" {

@@ -120,7 +120,7 @@ TEST_F(PropertyMgrTest, SaysThatNothingIsThere) {
               "Default property file " + home.path("etc/datacollector.properties") + " not found");
     EXPECT_EQ(qlog.messages(1069).at(0).level, QLG_LEVEL_ERROR);
     PropertyMgr::destroy();
-    ProbeMgrIdentity::set("", "n1", "s1", "");
+    Identity::set("", "n1", "s1", "");
     EXPECT_EQ(PropertyMgr::getInstance()->getProperty("a"), nullptr);
     EXPECT_EQ(qlog.messages(1068).at(0).text,
               "am.home not found, failed to initialize the Property Manager");

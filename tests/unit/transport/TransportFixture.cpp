@@ -3,8 +3,10 @@
 #include <cstdlib>
 
 #include "agent/ProbeMgr.h"
+#include "capture/Resend.h"
 #include "dc2ps/StreamDecoder.h"
 #include "foundation/PropertyMgr.h"
+#include "transport/ResendListener.h"
 
 // --- PassGate ------------------------------------------------------------------------------------
 
@@ -73,6 +75,7 @@ void PassGate::close() {
 // --- TransportFixture ----------------------------------------------------------------------------
 
 TransportFixture::TransportFixture() : lossesBefore_(LossBook::total()) {
+    ResendListener::use(&resendListener());
     LossBook::write(true);
     qlog.clearLines();
     PropertyMgr::destroy();

@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "event/Events.h"
+#include "event/LossBook.h"
 #include "event/ThreadData.h"
 #include "event/ThreadMgr.h"
 #include "support/LoopbackServer.h"
 #include "support/VelFixture.h"
 #include "transport/EvtAgentMgr.h"
-#include "transport/LossBook.h"
 #include "transport/MemoryMonitor.h"
 #include "transport/NetworkAgentMgr.h"
 

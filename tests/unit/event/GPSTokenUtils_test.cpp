@@ -1,4 +1,4 @@
-#include "capture/GPSTokenUtils.h"
+#include "event/GPSTokenUtils.h"
 
 #include <sys/stat.h>
 

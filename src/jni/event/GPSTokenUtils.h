@@ -23,6 +23,12 @@ public:
     // The next token; from 0 and without region bits while nothing has been set up.
     [[nodiscard]] static unsigned getToken();
 
+    // The encoder's note of each token that it has written into a packet: no lock, no file.
+    static void noteToken(unsigned token);
+    // Before the packet is handed on: saves what has been noted since the last call, as
+    // saveGPSToken() of each token would.
+    static void saveNotedTokens();
+
     // Called with each token that goes to the server. Once a token passes the saved high-water mark
     // the mark moves on by the cushion and is written to the counter file; a failure is only
     // logged.

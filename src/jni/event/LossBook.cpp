@@ -1,4 +1,4 @@
-#include "transport/LossBook.h"
+#include "event/LossBook.h"
 
 #include <array>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "capture/GPSTokenUtils.h"
+#include "event/GPSTokenUtils.h"
 
 #include <atomic>
 #include <cerrno>
@@ -8,8 +8,8 @@
 #include <limits>
 #include <memory>
 
-#include "agent/ProbeMgr.h"
 #include "foundation/Globals.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
@@ -37,6 +37,10 @@ enum TokenWord { kNext, kCeiling };
 // The next token and the saved high-water mark. Atomics: the mark is compared before saveTokenLock
 // is taken, and both work before there is a VM interface, when a VelLock cannot be entered yet.
 std::atomic<std::uint32_t> tokenPtr[2];
+
+// The highest token noted and how many, until they are saved; event agents may note at once.
+std::atomic<std::uint32_t> notedToken{0};
+std::atomic<int> notedCount{0};
 
 const char* orDefault(const char* text, const char* otherwise) {
     return text != nullptr && *text != '\0' ? text : otherwise;
@@ -68,6 +72,7 @@ void initCounterFileLocked() {
     counterFile = GPSTokenUtils::counterFilePath();
     VEL_DEBUG_MIN("initGPSCounterFile", "counter file is: %s", counterFile.c_str());
     gpsCounter = 0;
+    notedToken.store(0, std::memory_order_relaxed);
     if (std::FILE* const file = std::fopen(counterFile.c_str(), "r"); file != nullptr) {
         gpsCounter = readCounter(file);
         std::fclose(file);
@@ -133,6 +138,23 @@ void GPSTokenUtils::saveGPSToken(unsigned token) {
     if (!writeCounter(next)) VEL_DEBUG_MIN("saveGPSToken", "counterFp is NULL for writing");
 }
 
+void GPSTokenUtils::noteToken(unsigned token) {
+    std::uint32_t highest = notedToken.load(std::memory_order_relaxed);
+    while (token > highest && !notedToken.compare_exchange_weak(highest, token)) {
+    }
+    notedCount.fetch_add(1, std::memory_order_release);
+}
+
+// One step of the mark for each token at most: a token that has run over into the region bits stays
+// above the mark for ever.
+void GPSTokenUtils::saveNotedTokens() {
+    if (notedCount.load(std::memory_order_relaxed) == 0) return;
+    const int steps = notedCount.exchange(0, std::memory_order_acquire);
+    const std::uint32_t highest = notedToken.load(std::memory_order_relaxed);
+    for (int i = 0; i < steps && highest > tokenPtr[kCeiling].load(std::memory_order_relaxed); ++i)
+        saveGPSToken(highest);
+}
+
 void GPSTokenUtils::initGPSCounterFile() {
     VEL_TRACE("GPSTokenUtils::initGPSCounterFile()");
     const VelLockGuard saving(saveTokenLock);
@@ -140,11 +162,11 @@ void GPSTokenUtils::initGPSCounterFile() {
 }
 
 std::string GPSTokenUtils::counterFilePath() {
-    std::string path = orDefault(ProbeMgr::getVeloraHome(), "/velora");
+    std::string path = orDefault(Identity::home(), "/velora");
     path += "/etc/";
-    path += orDefault(ProbeMgr::getNodeName(), "defaultnode");
+    path += orDefault(Identity::nodeName(), "defaultnode");
     path += '.';
-    path += orDefault(ProbeMgr::getAppServerName(), "appserver");
+    path += orDefault(Identity::appServerName(), "appserver");
     path += '.';
     path += GPS_COUNTER_FILE;
     return path;
