@@ -7,7 +7,6 @@
 #include <mutex>
 #include <new>
 
-#include "agent/JniScope.h"
 #include "agent/ProbeMgr.h"
 #include "agent/velora.h"
 #include "capture/EventUtils.h"
@@ -17,8 +16,10 @@
 #include "event/VmEvents.h"
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
+#include "foundation/JniScope.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ThreadCpuClock.h"
 #include "foundation/Utils.h"
 #include "instrument/InstrumentJNI.h"
 #include "instrument/RukaDelegate.h"
@@ -267,7 +268,7 @@ void getClocks(MethodEvent* m, bool start, JNIEnv* env) {
     ThreadData* const thread = recordOf(env);
     const auto wallTime = [m] { getCurrentTime(&m->timeSec_, &m->timeUSec_); };
     if (start) wallTime();
-    const jlong cpuTime = getCurrentThreadCpuTime();
+    const jlong cpuTime = ThreadCpuClock::now();
     m->cpuTime_ = thread == nullptr ? cpuTime : thread->saveAndTestCPUTime(cpuTime);
     if (!start) wallTime();
 }

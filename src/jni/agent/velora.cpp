@@ -13,6 +13,7 @@
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 #include "foundation/PropertyMgr.h"
+#include "foundation/ThreadCpuClock.h"
 #include "foundation/Utils.h"
 #include "foundation/VelTracer.h"
 #include "instrument/InstrumentConfig.h"
@@ -46,6 +47,15 @@ int readOrWriteModFile() {
     return level;
 }
 
+void startThreadCpuClock() {
+    const char* const setting =
+        PropertyMgr::getInstance()->getProperty("internal.cpu.clock.without.syscall");
+    const bool wanted = setting == nullptr || strcasecmp(setting, "NO") != 0;
+    const bool used = ThreadCpuClock::start(wanted);
+    VEL_DEBUG_MIN("JVM_OnLoad", "Thread CPU times are read %s",
+                  used ? "without a system call" : "by system call");
+}
+
 jint load(JavaVM* vm, char* options) {
     std::atexit(probe_exit);
     VelTracer::setMode(false);
@@ -55,6 +65,7 @@ jint load(JavaVM* vm, char* options) {
     logMessage(msg::kBuildTime, ProbeSystem::buildTime(), ProbeSystem::buildDate());
     f_useMethodLocks();
     f_disableNestedRequests();
+    startThreadCpuClock();
     processId = getProcessId();
     if (!ProbeMgr::initializeJVMPI()) return JNI_ERR;
     ProbeMgr::initializeJVMPI();  // finds the interface already there

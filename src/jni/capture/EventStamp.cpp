@@ -6,18 +6,22 @@
 #include "capture/JavaText.h"
 #include "event/ThreadData.h"
 #include "foundation/Platform.h"
+#include "foundation/ThreadCpuClock.h"
 #include "transport/MemoryMonitor.h"
 
 namespace capture {
 
-Clocks clocks{getCurrentTime, getCurrentThreadCpuTime};
+Clocks clocks{getCurrentTime, ThreadCpuClock::now, ThreadCpuClock::readBoth};
 
 void stamp(Event& event, ThreadData* thread, ClockOrder order) {
     event.threadId_ = thread == nullptr ? 0 : thread->getThreadIntId();
-    if (order == ClockOrder::wallFirst) clocks.wall(&event.timeSec_, &event.timeUSec_);
-    const jlong cpuTime = clocks.cpu();
+    jlong cpuTime = 0;
+    if (clocks.both == nullptr || !clocks.both(&event.timeSec_, &event.timeUSec_, &cpuTime)) {
+        if (order == ClockOrder::wallFirst) clocks.wall(&event.timeSec_, &event.timeUSec_);
+        cpuTime = clocks.cpu();
+        if (order == ClockOrder::cpuFirst) clocks.wall(&event.timeSec_, &event.timeUSec_);
+    }
     event.cpuTime_ = thread == nullptr ? cpuTime : thread->saveAndTestCPUTime(cpuTime);
-    if (order == ClockOrder::cpuFirst) clocks.wall(&event.timeSec_, &event.timeUSec_);
 }
 
 void charge(Event& event, int bytes) {

@@ -18,11 +18,13 @@ enum class ClockOrder { wallFirst, cpuFirst };
 struct Clocks {
     void (*wall)(std::uint32_t* sec, std::uint32_t* usec);
     jlong (*cpu)();  // ns, of the calling thread
+    // Both from one reading; false when they have to be read one by one. Null: they always have.
+    bool (*both)(std::uint32_t* sec, std::uint32_t* usec, jlong* cpu) = nullptr;
 };
 extern Clocks clocks;
 
 // Thread id (0 without a record), wall time and thread CPU time, which never runs backwards within
-// a record. One reading of the CPU clock, the dearest step of the request path.
+// a record. Two clocks from one reading where the thread has not been off its processor.
 void stamp(Event& event, ThreadData* thread, ClockOrder order);
 
 // In the order that keeps the CPU readings of a begin and its end inside the measured interval.

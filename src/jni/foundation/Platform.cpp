@@ -22,12 +22,6 @@ void getCurrentTime(std::uint32_t* sec, std::uint32_t* usec) {
     *usec = static_cast<std::uint32_t>(now.tv_nsec / 1000);
 }
 
-jlong getCurrentThreadCpuTime() {
-    timespec used{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-    return static_cast<jlong>(used.tv_sec) * 1'000'000'000 + used.tv_nsec;
-}
-
 void thread_sleep(int ms) {
     timespec start{};
     clock_gettime(CLOCK_MONOTONIC, &start);

@@ -1,17 +1,12 @@
 // What the operating system tells: clocks, process identity, sleeping, the process's command line.
 #pragma once
 
-#include <jni.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
 
 // Wall clock (CLOCK_REALTIME).
 void getCurrentTime(std::uint32_t* sec, std::uint32_t* usec);
-// CPU time of the calling thread in nanoseconds (CLOCK_THREAD_CPUTIME_ID: works on any thread, in
-// any phase of the VM, and agrees with the VM's own reading to microseconds).
-jlong getCurrentThreadCpuTime();
 void thread_sleep(int ms);  // a poll without descriptors; 0 or less returns at once
 int getProcessId();
 int getPlatformId();  // the operating system's code in the init record: 3, Linux on x86-64

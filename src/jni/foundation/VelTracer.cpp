@@ -6,6 +6,7 @@
 
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ThreadCpuClock.h"
 
 std::atomic<bool> VelTracer::traceMode_{false};
 std::atomic<bool> VelTracer::initialized_{false};
@@ -41,7 +42,7 @@ bool VelTracer::setMode(bool on) {
 }
 
 jlong VelTracer::getCpuTime() {
-    return getCurrentThreadCpuTime() / 1000;
+    return ThreadCpuClock::now() / 1000;
 }
 
 jlong VelTracer::getElapsedTime() {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "agent/velora.h"
-#include "foundation/Platform.h"
+#include "foundation/ThreadCpuClock.h"
 #include "instrument/InstrumentJNI.h"
 #include "instrument/class.h"
 #include "support/CaptureFixture.h"
@@ -288,7 +288,7 @@ TEST_F(DispatcherTest, WhileEnabledTheHookIsAnsweredToo) {
 }
 
 TEST_F(DispatcherTest, MethodEventsAreStampedAndTheirCpuTimeNeverGoesBack) {
-    const jlong future = getCurrentThreadCpuTime() + 1000000000000;
+    const jlong future = ThreadCpuClock::now() + 1000000000000;
     thread->saveAndTestCPUTime(future);
     for (const bool start : {true, false}) {
         MethodEvent method(start ? START : END);

@@ -127,7 +127,10 @@ protected:
                                return 33;
                            }};
     }
-    ~ClockOrder() override { capture::clocks = {getCurrentTime, getCurrentThreadCpuTime}; }
+    ~ClockOrder() override { capture::clocks = shipped; }
+
+private:
+    const capture::Clocks shipped = capture::clocks;
 };
 
 // What is read last at a begin and first at an end lies inside the measured interval.
