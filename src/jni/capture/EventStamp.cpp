@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "capture/JavaText.h"
 #include "event/ThreadData.h"
 #include "foundation/Platform.h"
 #include "foundation/ThreadCpuClock.h"
@@ -29,9 +28,8 @@ void charge(Event& event, int bytes) {
     event.size_ = static_cast<std::int16_t>(std::min(event.size_ + bytes, kMost));
 }
 
-char* attach(Event& event, JNIEnv* env, jstring text, int limit) {
-    const javatext::Text copied =
-        javatext::copy(env, text, limit > 0 ? limit : MemoryMonitor::getURLLimit());
+char* attach(Event& event, JNIEnv* env, const CallText& text, int limit) {
+    const javatext::Text copied = text.copy(env, limit > 0 ? limit : MemoryMonitor::getURLLimit());
     charge(event, copied.length - 1);
     return copied.chars;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "capture/CallText.h"
 #include "event/Event.h"
 
 class ThreadData;
@@ -33,9 +34,9 @@ inline void stamp(Event& event, ThreadData* thread) {
           event.getSubType() == START ? ClockOrder::wallFirst : ClockOrder::cpuFirst);
 }
 
-// A copy of a Java string for the event, cut at the limit (bytes with the terminator; 0: the URL
-// limit), its length added to the event's cost. Never null.
-[[nodiscard]] char* attach(Event& event, JNIEnv* env, jstring text, int limit = 0);
+// A text for the event: a Java string copied and cut at the limit (bytes with the terminator; 0:
+// the URL limit), its length added to the event's cost, or a registered text. Never null.
+[[nodiscard]] char* attach(Event& event, JNIEnv* env, const CallText& text, int limit = 0);
 
 // Charges bytes to the event; the cost stays at its greatest value rather than wrap.
 void charge(Event& event, int bytes);

@@ -73,20 +73,20 @@ bool settleToken(JNIEnv* env, ThreadData& thread, GPSEvent& event, jstring reque
     return true;
 }
 
-char* copyName(JNIEnv* env, jstring name, [[maybe_unused]] const char* noteWhenNull) {
-    if (name == nullptr) {
+char* copyName(JNIEnv* env, const CallText& name, [[maybe_unused]] const char* noteWhenNull) {
+    if (name.isNull()) {
         VEL_DEBUG_MIN("sendRequest", "%s", noteWhenNull);
         return emptyText();
     }
-    return javatext::copy(env, name, MemoryMonitor::getURLLimit()).chars;
+    return name.copy(env, MemoryMonitor::getURLLimit()).chars;
 }
 
-char* copyUrl(JNIEnv* env, jstring url) {
-    if (url == nullptr) {
+char* copyUrl(JNIEnv* env, const CallText& url) {
+    if (url.isNull()) {
         VEL_DEBUG_MIN("sendRequest", "url is null");
         return emptyText();
     }
-    const javatext::Text text = javatext::copy(env, url, MemoryMonitor::getURLLimit());
+    const javatext::Text text = url.copy(env, MemoryMonitor::getURLLimit());
     if (!MemoryMonitor::avgURLCalculated()) MemoryMonitor::httpEJBRequest(text.length);
     return text.chars;
 }
@@ -155,7 +155,8 @@ bool EventUtils::appendRequestEvent(JNIEnv* env, ThreadData* thread, Event* even
 }
 
 void EventUtils::sendRequest(JNIEnv* env, ThreadData* thread, RequestEvent* event,
-                             jstring requestName, jstring applicationName, jstring url) {
+                             const CallText& requestName, const CallText& applicationName,
+                             const CallText& url) {
     VEL_TRACE(
         "EventUtils::sendRequest(JNIEnv*, ThreadData*, RequestEvent*, jstring, jstring, jstring)");
     std::unique_ptr<RequestEvent> owned(event);
@@ -169,7 +170,7 @@ void EventUtils::sendRequest(JNIEnv* env, ThreadData* thread, RequestEvent* even
     freeText(event->url);
     capture::stamp(*event, thread);
     if (event->getType() == GPS &&
-        !settleToken(env, *thread, static_cast<GPSEvent&>(*event), requestName))
+        !settleToken(env, *thread, static_cast<GPSEvent&>(*event), requestName.text))
         return;
     if (event->request_name == nullptr)
         event->request_name = copyName(env, requestName, "request name is null");
@@ -193,7 +194,8 @@ CommonEvent* EventUtils::createCommonEvent(EventType type, EventSubType phase) {
 }
 
 bool EventUtils::appendCommonEvent(JNIEnv* env, EventType type, EventSubType phase,
-                                   jstring className, jstring methodName, jstring* extra) {
+                                   const CallText& className, const CallText& methodName,
+                                   jstring* extra) {
     VEL_TRACE(
         "EventUtils::appendCommonEvent(JNIEnv*, EventType, EventSubType, jstring, jstring, "
         "jstring*)");
@@ -236,7 +238,7 @@ void EventUtils::beginBeanRequest(JNIEnv* env, jstring className, jstring method
     VEL_TRACE("EventUtils::beginBeanRequest(JNIEnv*, jstring, jstring, jstring)");
     ThreadData* const thread = callingThread(env);
     if (thread != nullptr)
-        capture::beginRequest<EJBEvent>(env, *thread, className, methodName, descriptor);
+        capture::beginRequest<EJBEvent>(env, *thread, {className, methodName, descriptor});
 }
 
 void EventUtils::endBeanRequest(JNIEnv* env, jstring, jstring, jstring) {

@@ -10,6 +10,7 @@
 
 #include <jni.h>
 
+#include "capture/CallText.h"
 #include "event/Event.h"
 
 class ThreadData;
@@ -26,13 +27,15 @@ public:
     // token for GPS events and queues it. Takes ownership in every case; without a record the event
     // is deleted with a debug line. The caller has set depth and user name (null: empty).
     static void sendRequest(JNIEnv* env, ThreadData* thread, RequestEvent* event,
-                            jstring requestName, jstring applicationName, jstring url);
+                            const CallText& requestName, const CallText& applicationName,
+                            const CallText& url);
 
     // A class-and-method event (the IIOP kinds): raises the thread's depth on START, lowers it
     // after an END. extra goes to the event's own completion step. False when the event was not
     // queued.
     static bool appendCommonEvent(JNIEnv* env, EventType type, EventSubType phase,
-                                  jstring className, jstring methodName, jstring* extra);
+                                  const CallText& className, const CallText& methodName,
+                                  jstring* extra);
     // The event object of a class-and-method kind; null for any other kind. The caller owns it.
     [[nodiscard]] static CommonEvent* createCommonEvent(EventType type, EventSubType phase);
 

@@ -35,7 +35,7 @@ std::size_t region(JNIEnv* env, jstring text, jsize units, char* buffer) {
 
 Text keep(const char* text, std::size_t length, std::size_t atLeast) {
     const std::size_t size = std::max(length + 1, atLeast);
-    char* const chars = new char[size];
+    char* const chars = atLeast > 0 ? new char[size] : eventtext::allocate(size);
     std::memcpy(chars, text, length);
     std::memset(chars + length, 0, size - length);
     return {chars, static_cast<int>(length + 1)};

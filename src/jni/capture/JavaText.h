@@ -17,8 +17,9 @@ struct Text {
     int length;   // bytes with the terminator
 };
 
-// At most limit bytes with the terminator. A null or empty string gives the shared empty text,
-// unless atLeast asks for an array of that many bytes, filled up with zeros.
+// A text for an event (EventText.h), of at most limit bytes with the terminator. A null or empty
+// string gives the shared empty text. With atLeast an array (array delete) of that many bytes at
+// least, filled up with zeros.
 [[nodiscard]] Text copy(JNIEnv* env, jstring text, int limit, int atLeast = 0);
 
 // Whether a Java string is this plain ASCII text. Strings of another length cost one JNI call.

@@ -6,26 +6,12 @@
 #include "capture/CallingThread.h"
 #include "capture/EventStamp.h"
 #include "capture/EventUtils.h"
-#include "capture/NestedRequest.h"
 #include "capture/PortalMethodMgr.h"
 #include "event/WebServiceEvents.h"
 #include "foundation/Log.h"
 #include "foundation/Utils.h"
 
 namespace {
-
-template <typename Kind>
-void begin(JNIEnv* env, jstring requestName, jstring applicationName, jstring url,
-           jstring userName = nullptr) {
-    if (ThreadData* const thread = callingThread(env); thread != nullptr)
-        capture::beginRequest<Kind>(env, *thread, requestName, applicationName, url, userName);
-}
-
-template <typename Kind>
-void end(JNIEnv* env) {
-    if (ThreadData* const thread = callingThread(env); thread != nullptr)
-        capture::endRequest<Kind>(env, *thread);
-}
 
 // Stamps and queues an event of the calling thread.
 template <typename Kind>
@@ -66,53 +52,6 @@ public:
 }  // namespace
 
 namespace portal {
-
-void beginPage(JNIEnv* env, jstring pageName, jstring applicationName, jstring url,
-               jstring userName) {
-    VEL_TRACE("beginPage(JNIEnv*, jstring, jstring, jstring, jstring)");
-    ThreadData* const thread = callingThread(env);
-    if (thread == nullptr) return;
-    const javatext::Text name =
-        javatext::copy(env, pageName, MemoryMonitor::getURLLimit(), 1);  // an array of its own
-    thread->setPortalPageName(name.chars);
-    capture::beginRequest<PortalPageEvent>(env, *thread, pageName, applicationName, url, userName);
-}
-
-void endPage(JNIEnv* env) {
-    VEL_TRACE("endPage(JNIEnv*)");
-    end<PortalPageEvent>(env);
-}
-
-void beginPortlet(JNIEnv* env, jstring portletName, jstring applicationName, jstring url,
-                  jstring userName) {
-    VEL_TRACE("beginPortlet(JNIEnv*, jstring, jstring, jstring, jstring)");
-    begin<PortalPortletEvent>(env, portletName, applicationName, url, userName);
-}
-
-void endPortlet(JNIEnv* env) {
-    VEL_TRACE("endPortlet(JNIEnv*)");
-    end<PortalPortletEvent>(env);
-}
-
-void beginDoVerbFor(JNIEnv* env, jstring requestName, jstring applicationName, jstring url) {
-    VEL_TRACE("beginDoVerbFor(JNIEnv*, jstring, jstring, jstring)");
-    begin<DoVerbForEvent>(env, requestName, applicationName, url);
-}
-
-void endDoVerbFor(JNIEnv* env) {
-    VEL_TRACE("endDoVerbFor(JNIEnv*)");
-    end<DoVerbForEvent>(env);
-}
-
-void beginPollForEvents(JNIEnv* env, jstring requestName, jstring applicationName, jstring url) {
-    VEL_TRACE("beginPollForEvents(JNIEnv*, jstring, jstring, jstring)");
-    begin<PollForEvent>(env, requestName, applicationName, url);
-}
-
-void endPollForEvents(JNIEnv* env) {
-    VEL_TRACE("endPollForEvents(JNIEnv*)");
-    end<PollForEvent>(env);
-}
 
 bool appendGatewayServlet(JNIEnv* env, EventSubType phase) {
     VEL_TRACE("appendGatewayServlet(JNIEnv*, EventSubType)");
@@ -201,26 +140,6 @@ bool appendContentAccess(JNIEnv* env, const ContentAccess& summary) {
 }  // namespace portal
 
 namespace webservice {
-
-void beginClient(JNIEnv* env, jstring applicationName, jstring operation, jstring url) {
-    VEL_TRACE("beginClient(JNIEnv*, jstring, jstring, jstring)");
-    begin<WSClientEvent>(env, operation, applicationName, url);
-}
-
-void endClient(JNIEnv* env) {
-    VEL_TRACE("endClient(JNIEnv*)");
-    end<WSClientEvent>(env);
-}
-
-void beginProvider(JNIEnv* env, jstring applicationName, jstring operation, jstring url) {
-    VEL_TRACE("beginProvider(JNIEnv*, jstring, jstring, jstring)");
-    begin<WSProviderEvent>(env, operation, applicationName, url);
-}
-
-void endProvider(JNIEnv* env) {
-    VEL_TRACE("endProvider(JNIEnv*)");
-    end<WSProviderEvent>(env);
-}
 
 bool appendFault(JNIEnv* env, EventSubType phase, jstring applicationName, jstring faultCode,
                  jstring faultString) {

@@ -6,7 +6,6 @@
 #include "capture/CallingThread.h"
 #include "capture/EventStamp.h"
 #include "capture/EventUtils.h"
-#include "capture/JavaText.h"
 #include "event/ControlEvents.h"
 #include "event/VmEvents.h"
 #include "foundation/Log.h"
@@ -50,96 +49,6 @@ jsize lengthOf(JNIEnv* env, jarray array) {
 }
 
 }  // namespace
-
-bool appendSQL(JNIEnv* env, EventSubType phase, jstring dataSource, jstring sql) {
-    VEL_TRACE("appendSQL(JNIEnv*, EventSubType, jstring, jstring)");
-    auto made = make<SQLEvent>(env, phase);
-    if (made.event == nullptr) return false;
-    SQLEvent& event = *made.event;
-    event.data_source_name = capture::attach(event, env, dataSource);
-    const javatext::Text text = javatext::copy(env, sql, MemoryMonitor::getSQLLimit());
-    event.sql = text.chars;
-    if (sql != nullptr && !MemoryMonitor::avgSQLCalculated())
-        MemoryMonitor::sqlRequest(text.length);
-    event.servletDepth = made.thread->servletDepth_;
-    event.size_ = MemoryMonitor::getSQLSize();
-    return queue(env, made);
-}
-
-bool appendJMS(JNIEnv* env, EventSubType phase, JMS_ACTION action, jstring serverName,
-               jstring queueOrTopicName, jstring selector) {
-    VEL_TRACE("appendJMS(JNIEnv*, EventSubType, JMS_ACTION, jstring, jstring, jstring)");
-    auto made = make<JMSEvent>(env, phase);
-    if (made.event == nullptr) return false;
-    JMSEvent& event = *made.event;
-    event.depth = made.thread->servletDepth_;
-    event.action = action;
-    event.serverName = capture::attach(event, env, serverName);
-    event.queueOrTopicName = capture::attach(event, env, queueOrTopicName);
-    event.selector = capture::attach(event, env, selector);
-    return queue(env, made);
-}
-
-bool appendJCA(JNIEnv* env, EventSubType phase, jstring eisName) {
-    VEL_TRACE("appendJCA(JNIEnv*, EventSubType, jstring)");
-    auto made = make<JCAEvent>(env, phase);
-    if (made.event == nullptr) return false;
-    JCAEvent& event = *made.event;
-    event.depth = made.thread->servletDepth_;
-    event.eisName = capture::attach(event, env, eisName);
-    return queue(env, made);
-}
-
-bool appendJNDI(JNIEnv* env, EventSubType phase, jstring providerURL, jstring lookupName) {
-    VEL_TRACE("appendJNDI(JNIEnv*, EventSubType, jstring, jstring)");
-    auto made = make<JNDIEvent>(env, phase);
-    if (made.event == nullptr) return false;
-    JNDIEvent& event = *made.event;
-    event.depth = made.thread->servletDepth_;
-    event.providerURL = capture::attach(event, env, providerURL);
-    event.lookupName = capture::attach(event, env, lookupName);
-    return queue(env, made);
-}
-
-bool appendJDO(JNIEnv* env, EventSubType phase, jstring className, jstring methodName,
-               jstring arguments) {
-    VEL_TRACE("appendJDO(JNIEnv*, EventSubType, jstring, jstring, jstring)");
-    auto made = make<JDOEvent>(env, phase);
-    if (made.event == nullptr) return false;
-    JDOEvent& event = *made.event;
-    event.depth = made.thread->servletDepth_;
-    event.className = capture::attach(event, env, className);
-    event.methodName = capture::attach(event, env, methodName);
-    event.argumentString = capture::attach(event, env, arguments);
-    return queue(env, made);
-}
-
-bool appendMail(JNIEnv* env, EventSubType phase, jstring serverURL, jstring subject) {
-    VEL_TRACE("appendMail(JNIEnv*, EventSubType, jstring, jstring)");
-    auto made = make<MailEvent>(env, phase);
-    if (made.event == nullptr) return false;
-    MailEvent& event = *made.event;
-    event.depth = made.thread->servletDepth_;
-    event.serverURL = capture::attach(event, env, serverURL);
-    event.subject = capture::attach(event, env, subject);
-    return queue(env, made);
-}
-
-bool appendMQ(JNIEnv* env, EventSubType phase, jint action, jstring queueName,
-              jstring queueMgrName) {
-    VEL_TRACE("appendMQ(JNIEnv*, EventSubType, jint, jstring, jstring)");
-    auto made = make<MQEvent>(env, phase);
-    if (made.event == nullptr) return false;
-    MQEvent& event = *made.event;
-    event.size_ = EventCosts::MQ;
-    fillNames(event);
-    event.depth = made.thread->servletDepth_;
-    event.servletDepth = event.depth;
-    event.action = action;
-    event.queueName = capture::attach(event, env, queueName);
-    event.queueMgrName = capture::attach(event, env, queueMgrName);
-    return queue(env, made);
-}
 
 bool appendGPSMQ(JNIEnv* env, EventSubType phase, GPSMQ_ACTION action, jstring queueName,
                  jbyteArray token) {

@@ -1,5 +1,6 @@
-// Builds the events of calls to resources outside the server, of exceptions, and of the server's
-// own status.
+// Builds the events of resources that are no plain timed call (Capture.h has those): queue
+// operations with a correlation token, summaries of a period, exceptions, and the server's own
+// status.
 //
 // Every function works on the calling thread, fills every field (a null string gives the empty
 // text, so no field that a record carries is null), cuts texts at the memory monitor's limits,
@@ -14,18 +15,6 @@
 
 namespace resource {
 
-bool appendSQL(JNIEnv* env, EventSubType phase, jstring dataSource, jstring sql);
-bool appendJMS(JNIEnv* env, EventSubType phase, JMS_ACTION action, jstring serverName,
-               jstring queueOrTopicName, jstring selector);
-bool appendJCA(JNIEnv* env, EventSubType phase, jstring eisName);
-bool appendJNDI(JNIEnv* env, EventSubType phase, jstring providerURL, jstring lookupName);
-bool appendJDO(JNIEnv* env, EventSubType phase, jstring className, jstring methodName,
-               jstring arguments);
-bool appendMail(JNIEnv* env, EventSubType phase, jstring serverURL, jstring subject);
-
-// action: a byte that the record carries as it is.
-bool appendMQ(JNIEnv* env, EventSubType phase, jint action, jstring queueName,
-              jstring queueMgrName);
 // A queue operation that carries a correlation token; a null token has no bytes.
 bool appendGPSMQ(JNIEnv* env, EventSubType phase, GPSMQ_ACTION action, jstring queueName,
                  jbyteArray token);

@@ -24,8 +24,8 @@ jint startHttp(JNIEnv* env, jstring requestName, jstring applicationName, jstrin
     const bool limitReached = MemoryMonitor::reachedULimit(env);
     ThreadData* const thread = callingThread(env);
     if (!limitReached && thread != nullptr)
-        capture::beginRequest<ServletEvent>(env, *thread, requestName, applicationName, url,
-                                            userName);
+        capture::beginRequest<ServletEvent>(env, *thread,
+                                            {requestName, applicationName, url, userName});
     return idOf(thread);
 }
 

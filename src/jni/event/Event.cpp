@@ -6,7 +6,7 @@
 #include "foundation/Log.h"
 #include "instrument/class.h"
 
-char kEmptyText[8] = {};
+eventtext::Empty eventtext::empty{};
 
 namespace {
 

@@ -159,8 +159,8 @@ void ThreadData::resetOnThreadEnd() {
 
 void ThreadData::deleteInFlightData() {
     VEL_TRACE("deleteInFlightData()");
-    delete[] std::exchange(sql_, nullptr);
-    delete[] std::exchange(dataSourceName_, nullptr);
+    setSQL(nullptr);
+    setDSName(nullptr);
     setSuspended(false);
     servletDepth_ = 0;
     setCancelled(false);
@@ -228,6 +228,16 @@ void ThreadData::setGroupName(char* name) {
 
 void ThreadData::keepFormer(char* name) {
     if (name != nullptr) formerNames_.emplace_back(name);
+}
+
+void ThreadData::setSQL(char* sql) {
+    freeText(sql_);
+    sql_ = sql;
+}
+
+void ThreadData::setDSName(char* name) {
+    freeText(dataSourceName_);
+    dataSourceName_ = name;
 }
 
 void ThreadData::setPortalPageName(char* name) {

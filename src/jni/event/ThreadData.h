@@ -87,11 +87,10 @@ public:
     int getPID() const { return pid_.load(std::memory_order_relaxed); }
     int getPPID() const { return ppid_.load(std::memory_order_relaxed); }
     char* getSQL() const { return sql_; }
-    void setSQL(char* sql) {
-        sql_ = sql;
-    }  // takes ownership; the caller has dealt with the old one
+    // Take ownership of an event text (EventText.h) and free the former one.
+    void setSQL(char* sql);
     char* getDSName() const { return dataSourceName_; }
-    void setDSName(char* name) { dataSourceName_ = name; }  // likewise
+    void setDSName(char* name);
     bool isSuspended() const { return suspended_.load(std::memory_order_relaxed); }
     void setSuspended(bool on) { suspended_.store(on, std::memory_order_relaxed); }
     int getServletDepth() const { return servletDepth_; }

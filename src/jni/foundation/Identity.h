@@ -25,9 +25,9 @@ public:
     static void set(const char* home, const char* node, const char* server, const char* profile);
     static void setBootClassName(const char* name);  // dotted or slash form
 
-    static const char* appServerVersion();       // "0.0.0" until it is set
-    static const char* componentId();            // empty until it is set
-    static int adminPort();                      // 0: not known
+    static const char* appServerVersion();                 // "0.0.0" until it is set
+    static const char* componentId();                      // empty until it is set
+    static int adminPort();                                // 0: not known
     static void setAppServerVersion(const char* version);  // ignores null and empty
     static void setComponentId(const char* id);            // ignores null and empty
     static void setAdminPort(int port);

@@ -107,7 +107,7 @@ void describe() {
 constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::int64_t kMillisecond = 1'000'000;
 constexpr std::int64_t kPreemptionLimit = kMillisecond;  // of the start-up test, ns
-constexpr std::int64_t kNoise = kMillisecond;  // differences below say nothing
+constexpr std::int64_t kNoise = kMillisecond;            // differences below say nothing
 
 // Read on every event, written at start and when the clock is found wrong.
 std::atomic<bool> used{false};
@@ -213,7 +213,8 @@ void ThreadCpuClock::stop() {
 }
 
 jlong ThreadCpuClock::now() {
-    if (!used.load(std::memory_order_acquire) || !usableHere()) return read(CLOCK_THREAD_CPUTIME_ID);
+    if (!used.load(std::memory_order_acquire) || !usableHere())
+        return read(CLOCK_THREAD_CPUTIME_ID);
     const std::int64_t cpu = extrapolate(read(CLOCK_MONOTONIC));
     return cpu >= 0 ? cpu : readAgain();
 }

@@ -13,8 +13,8 @@
 // kReadingsToCheck readings of a thread are compared with the system call, and if they differ the
 // system call is used from then on. The descriptor must stay mapped as long as any thread may carry
 // it, so a library with this clock is never unloaded (-z nodelete). Another user of the area in the
-// same thread only overwrites the pointer, which reads as "gone". While the hypervisor runs somebody
-// else, time passes here and not in the CPU clock; the next system call puts that right.
+// same thread only overwrites the pointer, which reads as "gone". While the hypervisor runs
+// somebody else, time passes here and not in the CPU clock; the next system call puts that right.
 //
 // Threads: any; each reads its own.
 #pragma once

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "capture/Capture.h"
 #include "capture/PortalMethodMgr.h"
 #include "support/CaptureFixture.h"
 
@@ -14,8 +15,8 @@ protected:
 
 TEST_F(PortalTest, GatewayServletEndNamesThePageShownMeanwhile) {
     EXPECT_TRUE(portal::appendGatewayServlet(env, START));
-    portal::beginPage(env, s(u"welcome"), s(u"portal"), s(u"/p"), s(u"me"));
-    portal::endPage(env);
+    capture::begin(env, PORTAL_PAGE, {s(u"welcome"), s(u"portal"), s(u"/p"), s(u"me")}, 0);
+    capture::end(env, PORTAL_PAGE, 0, false);
     EXPECT_TRUE(portal::appendGatewayServlet(env, END));
     EXPECT_TRUE(portal::appendGatewayServlet(env, END));
     const auto events = take();
@@ -86,11 +87,11 @@ TEST_F(PortalTest, SummariesKeepTheirOrder) {
 }
 
 TEST_F(PortalTest, WebServicesNestAndFaultsOwnTheirTexts) {
-    webservice::beginProvider(env, s(u"app"), s(u"op"), s(u"/ws"));
-    webservice::beginClient(env, s(u"app2"), s(u"op2"), s(u"/ws2"));
+    capture::begin(env, WS_PROVIDER, {s(u"op"), s(u"app"), s(u"/ws")}, 0);
+    capture::begin(env, WS_CLIENT, {s(u"op2"), s(u"app2"), s(u"/ws2")}, 0);
     EXPECT_TRUE(webservice::appendFault(env, START, s(u"app"), s(u"code"), s(u"text")));
-    webservice::endClient(env);
-    webservice::endProvider(env);
+    capture::end(env, WS_CLIENT, 0, false);
+    capture::end(env, WS_PROVIDER, 0, false);
     const auto events = take();  // their end frees the fault's texts: a leak would show here
     ASSERT_EQ(events.size(), 5U);
     EXPECT_STREQ(dynamic_cast<WSProviderEvent&>(*events[0]).request_name, "op");

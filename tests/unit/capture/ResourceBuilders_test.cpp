@@ -44,28 +44,6 @@ auto textsOf(Members... members) {
 INSTANTIATE_TEST_SUITE_P(
     Builders, NoNullText,
     ::testing::Values(
-        NullCase{"sql", [](JNIEnv* e) { return resource::appendSQL(e, START, nullptr, nullptr); },
-                 textsOf<SQLEvent>(&SQLEvent::data_source_name, &SQLEvent::sql)},
-        NullCase{"sqlEnd", [](JNIEnv* e) { return resource::appendSQL(e, END, nullptr, nullptr); },
-                 textsOf<SQLEvent>(&SQLEvent::data_source_name, &SQLEvent::sql)},
-        NullCase{"jms",
-                 [](JNIEnv* e) {
-                     return resource::appendJMS(e, START, JMS_SEND, nullptr, nullptr, nullptr);
-                 },
-                 textsOf<JMSEvent>(&JMSEvent::serverName, &JMSEvent::queueOrTopicName,
-                                   &JMSEvent::selector)},
-        NullCase{"jca", [](JNIEnv* e) { return resource::appendJCA(e, START, nullptr); },
-                 textsOf<JCAEvent>(&JCAEvent::eisName)},
-        NullCase{"jndi", [](JNIEnv* e) { return resource::appendJNDI(e, START, nullptr, nullptr); },
-                 textsOf<JNDIEvent>(&JNDIEvent::providerURL, &JNDIEvent::lookupName)},
-        NullCase{"jdo",
-                 [](JNIEnv* e) { return resource::appendJDO(e, START, nullptr, nullptr, nullptr); },
-                 textsOf<JDOEvent>(&JDOEvent::className, &JDOEvent::methodName,
-                                   &JDOEvent::argumentString)},
-        NullCase{"mail", [](JNIEnv* e) { return resource::appendMail(e, START, nullptr, nullptr); },
-                 textsOf<MailEvent>(&MailEvent::serverURL, &MailEvent::subject)},
-        NullCase{"mq", [](JNIEnv* e) { return resource::appendMQ(e, START, 1, nullptr, nullptr); },
-                 textsOf<MQEvent>(&MQEvent::queueName, &MQEvent::queueMgrName)},
         NullCase{
             "ctg",
             [](JNIEnv* e) { return resource::appendCTG(e, nullptr, nullptr, nullptr, 1, 2, 3); },
@@ -80,38 +58,6 @@ INSTANTIATE_TEST_SUITE_P(
         NullCase{"status", [](JNIEnv* e) { return resource::appendPSStatus(e, nullptr); },
                  textsOf<PSStatusEvent>(&PSStatusEvent::status_)}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(ResourceTest, SqlIsCutAtItsOwnLimitAndChargedByTheAverage) {
-    set("internal.sql.limit", "8");
-    thread->servletDepth_ = 2;
-    EXPECT_TRUE(resource::appendSQL(env, START, s(u"jdbc/ds"), s(u"select * from t")));
-    const auto event = takeOne<SQLEvent>();
-    ASSERT_NE(event, nullptr);
-    EXPECT_STREQ(event->data_source_name, "jdbc/ds");
-    EXPECT_STREQ(event->sql, "select ");
-    EXPECT_EQ(event->servletDepth, 2);
-    EXPECT_EQ(event->size_, MemoryMonitor::getSQLSize());
-}
-
-TEST_F(ResourceTest, JmsCarriesActionAndNames) {
-    EXPECT_TRUE(resource::appendJMS(env, START, JMS_RECEIVE, s(u"srv"), s(u"q"), s(u"a=1")));
-    const auto event = takeOne<JMSEvent>();
-    ASSERT_NE(event, nullptr);
-    EXPECT_EQ(event->action, JMS_RECEIVE);
-    EXPECT_STREQ(event->serverName, "srv");
-    EXPECT_STREQ(event->queueOrTopicName, "q");
-    EXPECT_STREQ(event->selector, "a=1");
-    EXPECT_EQ(event->size_, 80 + 3 + 1 + 3);
-}
-
-TEST_F(ResourceTest, MqChargesItsOwnCost) {
-    EXPECT_TRUE(resource::appendMQ(env, END, 4, s(u"q"), s(u"m")));
-    const auto event = takeOne<MQEvent>();
-    ASSERT_NE(event, nullptr);
-    EXPECT_EQ(event->size_, 112 + 2);
-    EXPECT_EQ(event->action, 4);
-    EXPECT_EQ(event->request_name, emptyText());
-}
 
 TEST_F(ResourceTest, GpsMqCopiesTheToken) {
     EXPECT_TRUE(
@@ -143,7 +89,7 @@ TEST_F(ResourceTest, MqiTakesTheShortestOfItsArrays) {
 }
 
 TEST_F(ResourceTest, WithoutARecordNothingIsMade) {
-    EXPECT_FALSE(resource::appendSQL(jni.newEnv(), START, nullptr, nullptr));
+    EXPECT_FALSE(resource::appendPSStatus(jni.newEnv(), nullptr));
     EXPECT_TRUE(take().empty());
 }
 

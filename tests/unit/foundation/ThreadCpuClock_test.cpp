@@ -26,7 +26,8 @@ void burn(jlong ms) {
         ThreadCpuClock::now();
 }
 
-// Whatever the machine can do, the clock answers: by itself where it is in use, else by system call.
+// Whatever the machine can do, the clock answers: by itself where it is in use, else by system
+// call.
 class ThreadCpuClockTest : public ::testing::Test {
 protected:
     ThreadCpuClockTest() { ThreadCpuClock::start(true); }
@@ -49,23 +50,22 @@ TEST_P(Work, AgreesWithTheSystemCall) {
     EXPECT_NEAR(static_cast<double>(mineUsed), static_cast<double>(realUsed),
                 static_cast<double>(realUsed) * 0.2 + 3 * kMs);
 }
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, Work,
-    ::testing::Values(WorkCase{"blocking", [] { thread_sleep(5); }},
-                      WorkCase{"burning", [] { burn(5); }},
-                      WorkCase{"yielding",
-                               [] {
-                                   for (int i = 0; i < 100; ++i) {
-                                       sched_yield();
-                                       ThreadCpuClock::now();
-                                   }
-                               }},
-                      WorkCase{"byTurns",
-                               [] {
-                                   burn(2);
-                                   thread_sleep(2);
-                               }}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Kinds, Work,
+                         ::testing::Values(WorkCase{"blocking", [] { thread_sleep(5); }},
+                                           WorkCase{"burning", [] { burn(5); }},
+                                           WorkCase{"yielding",
+                                                    [] {
+                                                        for (int i = 0; i < 100; ++i) {
+                                                            sched_yield();
+                                                            ThreadCpuClock::now();
+                                                        }
+                                                    }},
+                                           WorkCase{"byTurns",
+                                                    [] {
+                                                        burn(2);
+                                                        thread_sleep(2);
+                                                    }}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // Two busy threads on one processor have half of it each: neither may be given the other's time.
 TEST_F(ThreadCpuClockTest, PreemptedWorkIsNotCounted) {

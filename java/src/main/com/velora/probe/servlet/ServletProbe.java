@@ -1,7 +1,9 @@
 package com.velora.probe.servlet;
 
 import com.velora.agent.AgentLog;
+import com.velora.probe.Capture;
 import com.velora.probe.ProbeController;
+import com.velora.probe.RegisteredTexts;
 import com.velora.probe.ThreadManager;
 
 import java.util.concurrent.atomic.AtomicBoolean;
@@ -42,14 +44,20 @@ public final class ServletProbe {
         String name = servletName != null ? servletName : servlet.getClass().getName();
         String application = contextPath == null || contextPath.isEmpty() ? "/" : contextPath;
         String url = includedUri instanceof String ? (String) includedUri : requestUri;
-        ThreadManager.startNativeHttpRequest(null, name, application, url, user);
+        int nameNumber = RegisteredTexts.numberOf(name);
+        int applicationNumber = RegisteredTexts.numberOf(application);
+        if (nameNumber != 0 && applicationNumber != 0) {
+            Capture.beginRegistered(Capture.SERVLET, nameNumber, applicationNumber, url, user, 0);
+        } else {
+            ThreadManager.startNativeHttpRequest(null, name, application, url, user);
+        }
         return true;
     }
 
     public static void finish(boolean started) {
         if (started) {
             try {
-                ThreadManager.finishNativeHttpRequest(null, null, null);
+                Capture.end(Capture.SERVLET, 0, false);
             } catch (Throwable t) {
                 failed(t);
             }
