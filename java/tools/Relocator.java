@@ -17,6 +17,7 @@ import java.util.jar.JarFile;
 import java.util.jar.JarOutputStream;
 import java.util.jar.Manifest;
 import java.util.stream.Stream;
+import java.util.zip.CRC32;
 import java.util.zip.ZipEntry;
 
 /**
@@ -44,7 +45,7 @@ public final class Relocator {
             addLibrary(entries, args[i]);
         }
         try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(Paths.get(args[0])))) {
-            write(jar, JarFile.MANIFEST_NAME, manifest());
+            write(jar, JarFile.MANIFEST_NAME, manifest(entries.size() + 1));
             for (Map.Entry<String, byte[]> entry : entries.entrySet()) {
                 write(jar, entry.getKey(), entry.getValue());
             }
@@ -82,12 +83,13 @@ public final class Relocator {
         entries.put(move.map(name), writer.toByteArray());
     }
 
-    private static byte[] manifest() throws IOException {
+    private static byte[] manifest(int jarEntries) throws IOException {
         Manifest manifest = new Manifest();
         Attributes main = manifest.getMainAttributes();
         main.put(Attributes.Name.MANIFEST_VERSION, "1.0");
         main.putValue("Premain-Class", "com.velora.agent.Premain");
         main.putValue("Boot-Class-Path", "velora.jar"); // the collector binds natives of the boot loader's classes
+        main.putValue("Velora-Entries", String.valueOf(jarEntries)); // the native side looks whether all are there
         java.io.ByteArrayOutputStream out = new java.io.ByteArrayOutputStream();
         manifest.write(out);
         return out.toByteArray();
@@ -96,6 +98,12 @@ public final class Relocator {
     private static void write(JarOutputStream jar, String name, byte[] content) throws IOException {
         ZipEntry entry = new ZipEntry(name);
         entry.setTime(FIXED_TIME);
+        // As they are: the native side checks every entry before the VM sees the jar, and has no decompressor.
+        CRC32 sum = new CRC32();
+        sum.update(content);
+        entry.setMethod(ZipEntry.STORED);
+        entry.setSize(content.length);
+        entry.setCrc(sum.getValue());
         jar.putNextEntry(entry);
         OutputStream out = jar;
         out.write(content);

@@ -2,19 +2,25 @@
 #include "jvmpi/MemoryBudget.h"
 
 #include <algorithm>
-#include <fstream>
 #include <limits>
 #include <optional>
 #include <sstream>
+
+#include "os/RegularFile.h"
 
 namespace adapter {
 namespace {
 
 constexpr std::uint64_t kUnknown = std::numeric_limits<std::uint64_t>::max();
 
+std::string textOf(const std::string& path) {
+    constexpr std::size_t kLargest = std::size_t{1} << 20;  // bytes
+    return os::readRegular(path, kLargest).value_or("");
+}
+
 // The number in a file that holds one; nothing for "max" and for missing files.
 std::optional<std::uint64_t> numberIn(const std::string& path) {
-    std::ifstream file(path);
+    std::istringstream file(textOf(path));
     std::uint64_t value = 0;
     if (file >> value) return value;
     return std::nullopt;
@@ -22,7 +28,7 @@ std::optional<std::uint64_t> numberIn(const std::string& path) {
 
 // The number behind the word that begins a line.
 std::optional<std::uint64_t> numberBehind(const std::string& word, const std::string& path) {
-    std::ifstream file(path);
+    std::istringstream file(textOf(path));
     for (std::string line; std::getline(file, line);) {
         std::istringstream words(line);
         std::string first;
@@ -69,7 +75,7 @@ std::uint64_t restInGroups(const std::string& mount, std::string group, const Gr
 // Lines of /proc/self/cgroup: "0::/group" for version 2, "4:memory:/group" for version 1. In a
 // container the group's own folder may be what is mounted, which the walk upwards ends at.
 std::uint64_t controlGroupRest(const std::string& root) {
-    std::ifstream file(root + "/proc/self/cgroup");
+    std::istringstream file(textOf(root + "/proc/self/cgroup"));
     std::uint64_t rest = kUnknown;
     for (std::string line; std::getline(file, line);) {
         const auto first = line.find(':');

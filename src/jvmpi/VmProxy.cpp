@@ -29,7 +29,8 @@ jint JNICALL detach(JavaVM*) {
 
 jint JNICALL getEnv(JavaVM*, void** env, jint version) {
     if ((version & kInterfaceKindMask) != kJvmpiKind) return target->GetEnv(env, version);
-    const bool known = version >= JVMPI_VERSION_1 && version <= JVMPI_VERSION_1_2;
+    const bool known = (version >= JVMPI_VERSION_1 && version <= JVMPI_VERSION_1_2) ||
+                       version == JVMPI_VERSION_ADAPTER;
     *env = known ? profilerInterface : nullptr;
     return known ? JNI_OK : JNI_EVERSION;
 }

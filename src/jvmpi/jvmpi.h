@@ -16,6 +16,7 @@ typedef void (*jvmpi_void_function_of_void)(void*);
 #define JVMPI_VERSION_1 ((jint)0x10000001)
 #define JVMPI_VERSION_1_1 ((jint)0x10000002)
 #define JVMPI_VERSION_1_2 ((jint)0x10000003)
+#define JVMPI_VERSION_ADAPTER ((jint)0x1000FEED)  // known to our adapter only: today's VM behind it
 
 enum {
     JVMPI_SUCCESS = 0,

@@ -5,12 +5,15 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <new>
+
 namespace launch {
 namespace {
 
 // Keeps what must outlive its overlay within reach, so that a leak checker knows that it is meant.
 template <typename T>
 T* keep(T* memory) {
+    if (memory == nullptr) throw std::bad_alloc();  // a null would end the environment early
     static auto& kept = *new std::vector<void*>;
     kept.push_back(memory);
     return memory;

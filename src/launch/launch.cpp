@@ -20,6 +20,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "jvmpi/Adapter.h"
@@ -137,12 +138,12 @@ std::string loadCollector(JavaVM* vm, const Identity& who, std::string options) 
     return {};
 }
 
-struct Started {
-    bool ok = false;
+// What a start goes by.
+struct World {
+    AgentOptions options;
     Identity who;
-    std::string forJava;
     std::string javaHome;
-    std::string mainModule;  // of "java -m module/class"; empty for a class path
+    ModuleFlags modules;
 };
 
 // True for the first caller only: one collector per process, however many ways lead in.
@@ -151,57 +152,72 @@ bool isFirst() {
     return !started.exchange(true);
 }
 
-Started start(JavaVM* vm, const char* optionText) {
-    const AgentOptions options = parseAgentOptions(optionText);
+World lookAround(JavaVM* vm, const char* optionText) {
+    AgentOptions options = parseAgentOptions(optionText);
     for (const std::string& item : options.unknown) {
         say("unknown agent option \"%s\" ignored; known: home, node, server, profile, ps, probe, "
             "debug, admin",
             item.c_str());
     }
     const SystemProperties properties(vm);
-    const Identity who = deriveIdentity(
+    Identity who = deriveIdentity(
         options, {.systemProperty = [&](const char* name) { return properties[name]; },
                   .environment = environmentVariable,
                   .libraryPath = ownPath(),
                   .hostName = hostName()});
-    if (!isUsableFolder(who.home)) {
-        say("the agent home \"%s\" is no readable folder; the application runs unmonitored",
-            who.home.c_str());
-        return {};
+    return {std::move(options), std::move(who), properties["java.home"],
+            moduleFlags(properties["jdk.module.main"], processArguments())};
+}
+
+std::string troubleWithHome(const std::string& home) {
+    return isUsableFolder(home) ? "" : "the agent home \"" + home + "\" is no readable folder";
+}
+
+// Found out before anything of ours runs: an application that stays unmonitored gets one line, and
+// is left alone.
+std::string reasonAgainstJavaSide(const World& world, const std::string& jar) {
+    constexpr char kDoesNotRun[] = "the Java side does not run: ";
+    if (leavesOutInstrument(world.modules)) {
+        const std::string& main = world.modules.mainModule;
+        return kDoesNotRun + (main.empty() ? "--limit-modules" : "module " + main) +
+               " may leave out java.instrument; start the application with --add-modules "
+               "java.instrument to have it monitored";
     }
-    const std::string trouble = loadCollector(vm, who, options.forCollector);
-    if (!trouble.empty()) {
-        say("%s; the application runs unmonitored", trouble.c_str());
-        return {};
-    }
-    return {true, who, options.forJava, properties["java.home"], properties["jdk.module.main"]};
+    const std::string trouble = troubleWithJavaSide(world.javaHome, jar);
+    return trouble.empty() ? "" : kDoesNotRun + trouble;
+}
+
+void sayUnmonitored(const std::string& trouble) {
+    say("%s; the application runs unmonitored", trouble.c_str());
 }
 
 void startWithJavaSide(JavaVM* vm, const char* options, Moment moment) {
     if (!isFirst()) return;
-    const Started started = start(vm, options);
-    if (!started.ok) return;
-    adapter::agentIsUp();
+    const World world = lookAround(vm, options);
+    const std::string jar = world.who.home + "/lib/velora.jar";
     // With both flags given the VM starts the Java side itself, and once is enough.
-    if (moment == Moment::kVmStart && javaAgentArguments(processArguments())) return;
-    if (moment == Moment::kVmStart && leavesOutInstrument(started.mainModule, processArguments())) {
-        say("the Java side does not run: module %s may leave out java.instrument; start the "
-            "application with --add-modules java.instrument to have it monitored",
-            started.mainModule.c_str());
-        return;
-    }
-    const std::string trouble = startJavaSide(
-        vm, moment, started.javaHome, started.who.home + "/lib/velora.jar", started.forJava);
-    if (!trouble.empty()) {
-        say("the Java side does not run: %s; the application runs unmonitored", trouble.c_str());
-    }
+    const bool vmStartsJava =
+        moment == Moment::kVmStart && javaAgentArguments(processArguments()).has_value();
+    std::string trouble = troubleWithHome(world.who.home);
+    if (trouble.empty() && !vmStartsJava) trouble = reasonAgainstJavaSide(world, jar);
+    if (trouble.empty()) trouble = loadCollector(vm, world.who, world.options.forCollector);
+    if (!trouble.empty()) return sayUnmonitored(trouble);
+    adapter::agentIsUp();
+    if (vmStartsJava) return;
+    trouble = startJavaSide(vm, moment, world.javaHome, jar, world.options.forJava);
+    if (trouble.empty()) return;
+    adapter::agentFailed();
+    sayUnmonitored("the Java side does not run: " + trouble);
 }
 
 // The Java side runs already and has loaded this library.
 void startForJavaSide(JavaVM* vm) {
     if (!isFirst()) return;
-    const std::string options = javaAgentArguments(processArguments()).value_or("");
-    if (start(vm, options.c_str()).ok) adapter::agentIsUp();
+    const World world = lookAround(vm, javaAgentArguments(processArguments()).value_or("").c_str());
+    std::string trouble = troubleWithHome(world.who.home);
+    if (trouble.empty()) trouble = loadCollector(vm, world.who, world.options.forCollector);
+    if (!trouble.empty()) return sayUnmonitored(trouble);
+    adapter::agentIsUp();
 }
 
 // The skin of the entry points: nothing is thrown into the VM.

@@ -10,11 +10,13 @@
 #include <cstring>
 #include <string_view>
 
+#include "os/RegularFile.h"
+
 namespace qmsg {
 namespace {
 
-constexpr off_t kLargestFile = 16 << 20;              // bytes
-const nl_catd kNone = reinterpret_cast<nl_catd>(-1);  // NOLINT: as POSIX has it
+constexpr std::size_t kLargestFile = std::size_t{16} << 20;  // bytes
+const nl_catd kNone = reinterpret_cast<nl_catd>(-1);         // NOLINT: as POSIX has it
 
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
@@ -104,20 +106,6 @@ std::string expand(std::string_view pattern, const std::string& name, const Loca
     return path;
 }
 
-std::string readWhole(const std::string& path) {
-    std::string bytes;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return bytes;
-    struct stat status {};
-    if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargestFile) {
-        bytes.resize(static_cast<std::size_t>(status.st_size));
-        const ssize_t got = ::read(fd, bytes.data(), bytes.size());
-        bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
-    }
-    ::close(fd);
-    return bytes;
-}
-
 std::uint32_t word(const std::string& file, std::size_t index) {
     std::uint32_t value = 0;
     std::memcpy(&value, file.data() + index * sizeof value, sizeof value);
@@ -176,7 +164,7 @@ Catalogue::~Catalogue() {
 // The C library maps the file into memory; somebody who installs a new translation over it would
 // then cut the memory under our feet and kill the host. So it gets a private copy to map.
 bool Catalogue::open(const std::string& path) {
-    const std::string file = readWhole(path);
+    const std::string file = os::readRegular(path, kLargestFile).value_or("");
     if (!isSound(file)) return false;
     const int copy = ::memfd_create("catalogue", MFD_CLOEXEC);
     if (copy < 0) return false;

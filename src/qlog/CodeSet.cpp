@@ -1,6 +1,8 @@
 #include "qlog/CodeSet.h"
 
-#include <fstream>
+#include <sstream>
+
+#include "os/RegularFile.h"
 
 namespace qmsg {
 namespace {
@@ -9,7 +11,9 @@ const iconv_t kNone = reinterpret_cast<iconv_t>(-1);  // NOLINT: as POSIX has it
 
 CodeSet::CodeSet(const std::string& directory, const std::string& catalogue) : converter_(kNone) {
     if (directory.empty() || catalogue.find('/') != std::string::npos) return;
-    std::ifstream file(directory + "/" + catalogue + ".codeset");
+    constexpr std::size_t kLargest = 4096;  // bytes
+    std::istringstream file(
+        os::readRegular(directory + "/" + catalogue + ".codeset", kLargest).value_or(""));
     std::string name;
     if (file >> name) converter_ = ::iconv_open("UTF-8", name.c_str());
 }

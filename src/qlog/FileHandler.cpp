@@ -13,11 +13,13 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <new>
 
 namespace qlog {
 namespace {
 
 constexpr std::chrono::seconds kRetryAfter{30};
+constexpr int kTries = 100;  // of a record for which there is no memory, one after another
 constexpr auto kPlain = spdlog::level::off;  // marks a record that is written without a prefix
 
 // "2025-11-21T09:34:00.123+01:00 [process:thread] text".
@@ -105,17 +107,26 @@ void FileHandler::giveUpLocked() noexcept {
 
 void FileHandler::write(const Record& record) noexcept {
     const std::lock_guard<std::mutex> locked(lock_);
-    try {
-        if (record.level < settings_.level || !openLocked()) return;
-        const spdlog::details::log_msg message(
-            {}, record.plain ? kPlain : spdlog::level::info,
-            spdlog::string_view_t(record.text.data(), record.text.size()));
-        sink_->log(message);
-        if (settings_.flush) sink_->flush();
-    } catch (...) {
-        complainOnce(settings_.path, errno);
-        giveUpLocked();
+    for (int tries = 1; tries <= kTries; ++tries) {
+        try {
+            if (record.level >= settings_.level && openLocked()) writeLocked(record);
+            return;
+        } catch (const std::bad_alloc&) {
+            continue;  // nothing has been written: a record is whole before it goes to the file
+        } catch (...) {
+            break;
+        }
     }
+    complainOnce(settings_.path, errno);
+    giveUpLocked();
+}
+
+void FileHandler::writeLocked(const Record& record) {
+    const spdlog::details::log_msg message(
+        {}, record.plain ? kPlain : spdlog::level::info,
+        spdlog::string_view_t(record.text.data(), record.text.size()));
+    sink_->log(message);
+    if (settings_.flush) sink_->flush();
 }
 
 void FileHandler::flush() noexcept {

@@ -61,6 +61,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     bool openLocked();
+    void writeLocked(const Record& record);
     void giveUpLocked() noexcept;
 
     std::mutex lock_;

@@ -1,20 +1,18 @@
 #include "qlog/Properties.h"
 
-#include <fcntl.h>
 #include <strings.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
 
+#include "os/RegularFile.h"
 #include "qlog/qlog.h"
 
 namespace qlog {
 namespace {
 
-constexpr off_t kLargestFile = 1 << 20;  // bytes
+constexpr std::size_t kLargestFile = std::size_t{1} << 20;  // bytes
 
 std::string_view trim(std::string_view text) {
     constexpr std::string_view kBlank = " \t\r\n\f\v";
@@ -63,29 +61,10 @@ void parseLine(std::string_view line, const std::string& directory, ObjectMap& o
         expand(trim(line.substr(equals + 1)), directory);
 }
 
-// O_NONBLOCK: a pipe in the file's place must not hold up the host.
-std::optional<std::string> readWhole(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return std::nullopt;
-    std::optional<std::string> text;
-    struct stat status {};
-    if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargestFile) {
-        text.emplace();
-        char chunk[8192];
-        ssize_t got = 0;
-        while ((got = ::read(fd, chunk, sizeof chunk)) > 0 && text->size() <= kLargestFile) {
-            text->append(chunk, static_cast<std::size_t>(got));
-        }
-        if (got != 0) text.reset();
-    }
-    ::close(fd);
-    return text;
-}
-
 }  // namespace
 
 std::optional<ObjectMap> readConfiguration(const std::string& path) {
-    const auto text = readWhole(path);
+    const auto text = os::readRegular(path, kLargestFile);
     if (!text) return std::nullopt;
     std::error_code ignored;
     const auto absolute = std::filesystem::absolute(path, ignored);

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "qlog/Format.h"
@@ -40,8 +41,26 @@ bool isLoggable(const QlgObject* object, int level) {
     return object != nullptr && level >= object->level.load(std::memory_order_relaxed);
 }
 
-bool mayWrite(const QlgObject* object, int level) {
-    return isLoggable(object, level) && !Toolkit::instance().inForkedChild();
+bool mayWrite(const QlgObject* object, int level) noexcept {
+    return isLoggable(object, level) &&
+           guarded(false, [] { return !Toolkit::instance().inForkedChild(); });
+}
+
+constexpr int kTries = 100;
+
+// For operators' messages: losses are counted by them, so a moment without memory must not swallow
+// one. Tried again at once, because whoever waits here is a thread of the host.
+template <typename Body>
+void untilThereIsMemory(Body&& body) noexcept {
+    for (int tries = 1; tries <= kTries; ++tries) {
+        try {
+            return body();
+        } catch (const std::bad_alloc&) {
+            continue;
+        } catch (...) {
+            return;
+        }
+    }
 }
 
 // Texts come from anywhere, URLs included: nobody shall forge a record by a line end in his name.
@@ -99,11 +118,14 @@ std::string messageText(const char* catalogue, int set, int number, const char* 
 
 void writeMessage(QlgObject* logger, int level, const char* catalogue, int set, int number,
                   const char* format, const Arguments& arguments) {
-    guarded([&] {
-        Toolkit& toolkit = Toolkit::instance();
-        std::string line = std::string(nameOf(level)) + ' ';
+    std::string line;
+    untilThereIsMemory([&] {
+        line = std::string(nameOf(level)) + ' ';
         if (number != 0) line += std::to_string(number) + ' ';
         line += oneRecord(messageText(catalogue, set, number, format, arguments));
+    });
+    guarded([&] {
+        Toolkit& toolkit = Toolkit::instance();
         toolkit.write(*logger, {level, false, line});
         if (level == QLG_LEVEL_FATAL) toolkit.capture(*logger, line);
         toolkit.reread();

@@ -11,12 +11,13 @@ SOURCE = pathlib.Path(__file__).resolve().parents[2] / "src"
 FLOORS = ["foundation", "instrument", "event", "transport", "capture", "diagnostics", "agent"]
 # Each room of src, and what it may include besides itself.
 ROOMS = {
-    "qlog": set(),
+    "os": set(),
+    "qlog": {"os"},
     "dc2ps": set(),
-    "jni": {"qlog", "dc2ps", "jvmpi/jvmpi.h"},
-    "jvmpi": set(),
-    "launch": {"jvmpi", "qlog"},
-    "server": {"dc2ps"},
+    "jni": {"os", "qlog", "dc2ps", "jvmpi/jvmpi.h"},
+    "jvmpi": {"os"},
+    "launch": {"os", "jvmpi", "qlog"},
+    "server": {"os", "dc2ps"},
 }
 
 

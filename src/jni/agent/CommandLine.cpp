@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <system_error>
 
 #include "foundation/Log.h"
+#include "os/RegularFile.h"
 
 namespace {
 
@@ -61,14 +59,10 @@ void append(Words& to, const Words& more) {
 // "@file" replaced by the file's words; an unreadable file would have stopped the launcher, so it
 // is no argument file. What a pipe held is gone, and opening it again could wait for ever.
 Words expandArgumentFile(const std::string& word) {
-    const std::string path = word.substr(1);
-    std::error_code unreadable;
-    const std::filesystem::file_status status = std::filesystem::status(path, unreadable);
-    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) return {};
-    std::ifstream file(path);
-    if (!file) return {word};
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    return splitOptions(text, true);
+    constexpr std::size_t kLargest = std::size_t{16} << 20;  // bytes
+    const auto text = os::readRegular(word.substr(1), kLargest);
+    if (text) return splitOptions(*text, true);
+    return errno == EINVAL ? Words{} : Words{word};
 }
 
 // The launcher's words up to the main class, jar or module. What stands behind is the application's

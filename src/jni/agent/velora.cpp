@@ -8,6 +8,7 @@
 
 #include "agent/ProbeMgr.h"
 #include "agent/ProbeSystem.h"
+#include "foundation/Console.h"
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
@@ -18,6 +19,8 @@
 #include "foundation/VelTracer.h"
 #include "instrument/InstrumentConfig.h"
 #include "instrument/RukaDelegate.h"
+#include "jvmpi/jvmpi.h"
+#include "os/RegularFile.h"
 
 namespace {
 
@@ -32,12 +35,12 @@ bool isYes(const char* value) {
 // Level in the MOD file; kDefaultLevel, written to the file, when there is none.
 int readOrWriteModFile() {
     int level = kDefaultLevel;
-    if (std::FILE* const file = std::fopen(modFileName, "rt"); file != nullptr) {
+    if (std::FILE* const file = os::fopenRegular(modFileName, "r"); file != nullptr) {
         if (std::fscanf(file, "%d", &level) != 1) level = kDefaultLevel;
         std::fclose(file);
         return level;
     }
-    std::FILE* const file = std::fopen(modFileName, "w");
+    std::FILE* const file = os::fopenRegular(modFileName, "w");
     if (file == nullptr) {
         logMessage(msg::kModFileFailed);
         return level;
@@ -58,6 +61,7 @@ void startThreadCpuClock() {
 
 jint load(JavaVM* vm, char* options) {
     std::atexit(probe_exit);
+    console::chooseFor(vm, JVMPI_VERSION_ADAPTER);
     VelTracer::setMode(false);
     if (options != nullptr && std::strncmp(options, kDebugOption, sizeof kDebugOption - 1) == 0)
         thread_sleep(kDebugPauseMs);

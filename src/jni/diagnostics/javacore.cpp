@@ -16,6 +16,7 @@
 #include "foundation/Log.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
+#include "os/RegularFile.h"
 
 char* probe_stdout = nullptr;
 char* java_version = nullptr;
@@ -31,13 +32,10 @@ constexpr std::string_view kDumpPrefix = "javacore";
 constexpr char kOldLocationFile[] = "/tmp/javacore_locations";
 constexpr char kNewLocationFile[] = "/tmp/dump_locations";
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using os::File;
 
 File openFile(const char* path, const char* mode) {
-    return File(std::fopen(path, mode));
+    return File(os::fopenRegular(path, mode));
 }
 
 void copyName(char* filename, std::string_view name) {
@@ -138,7 +136,7 @@ long seekToEOF(std::FILE* file) {
 
 std::FILE* getProbeStdout() {
     VEL_TRACE("getProbeStdout()");
-    return probe_stdout == nullptr ? nullptr : std::fopen(probe_stdout, "r");
+    return probe_stdout == nullptr ? nullptr : os::fopenRegular(probe_stdout, "r");
 }
 
 int getProbeStdoutOffset(char* filename, long* offset) {

@@ -14,6 +14,7 @@
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
 #include "foundation/VelLock.h"
+#include "os/RegularFile.h"
 
 namespace {
 
@@ -61,7 +62,8 @@ std::uint32_t readCounter(std::FILE* file) {
 
 // False when the file cannot be opened for writing.
 bool writeCounter(std::uint32_t value) {
-    std::FILE* const file = counterFile.empty() ? nullptr : std::fopen(counterFile.c_str(), "w+");
+    std::FILE* const file =
+        counterFile.empty() ? nullptr : os::fopenRegular(counterFile.c_str(), "w+");
     if (file == nullptr) return false;
     std::fprintf(file, "%u", value);
     std::fclose(file);
@@ -73,7 +75,7 @@ void initCounterFileLocked() {
     VEL_DEBUG_MIN("initGPSCounterFile", "counter file is: %s", counterFile.c_str());
     gpsCounter = 0;
     notedToken.store(0, std::memory_order_relaxed);
-    if (std::FILE* const file = std::fopen(counterFile.c_str(), "r"); file != nullptr) {
+    if (std::FILE* const file = os::fopenRegular(counterFile.c_str(), "r"); file != nullptr) {
         gpsCounter = readCounter(file);
         std::fclose(file);
     } else if (!writeCounter(0)) {

@@ -5,13 +5,16 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "foundation/Identity.h"
+#include "foundation/Console.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 #include "foundation/Utils.h"
+#include "os/RegularFile.h"
 
 std::atomic<int> ProbeLog::logLevel_{ProbeLog::kInfo};
 std::atomic<FILE*> ProbeLog::fplog_{nullptr};
@@ -44,11 +47,6 @@ std::string logFilePath() {
                                 now.tm_min, now.tm_sec, getProcessId()});
 }
 
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
-
 const char* lineFormat(int level) {
     switch (level) {
         case ProbeLog::kError:
@@ -73,13 +71,13 @@ void ProbeLog::initialize() {
     if (initialized_) return;
     const std::string messages = std::string(Identity::home()) + "/etc/LogMessages";
     const std::string path = logFilePath();
-    const File messagesFile(std::fopen(messages.c_str(), "re"));
+    const os::File messagesFile(os::fopenRegular(messages.c_str(), "r"));
     std::fprintf(stderr, "[AM]: Using log file: %s \n", path.c_str());
     if (messagesFile == nullptr) {
         std::fputs("Error: Fail to open LogMessages\n", stderr);
         return;
     }
-    FILE* const log = std::fopen(path.c_str(), "a+e");
+    FILE* const log = os::fopenRegular(path.c_str(), "a+");
     if (log == nullptr) {
         std::fprintf(stderr, "Could not create %s\n", path.c_str());
         return;
@@ -131,17 +129,30 @@ const ProbeLog::Entry* ProbeLog::find(const char* key) {
     return nullptr;
 }
 
-void ProbeLog::logKey(int level, const char* key, std::initializer_list<FormatArg> arguments) {
+void ProbeLog::logKey(int level, const char* key,
+                      std::initializer_list<FormatArg> arguments) noexcept {
     VEL_TRACE("_logV(int, const char*, ...)");
     if (level > getLogLevel() || key == nullptr) return;
     const Entry* const entry = find(key);
     if (entry == nullptr || entry->format == nullptr) return;
-    _logInternal(level, formatSafely(entry->format, arguments).c_str());
+    try {
+        _logInternal(level, formatSafely(entry->format, arguments).c_str());
+    } catch (const std::bad_alloc&) {
+        // The line is missing; whoever logs does not fail for it.
+    }
 }
 
-void ProbeLog::_logInternal(int level, const char* text) {
+void ProbeLog::_logInternal(int level, const char* text) noexcept {
     VEL_TRACE("_logInternal(int, const char*)");
     if (level > getLogLevel() || text == nullptr) return;
+    try {
+        writeLine(level, text);
+    } catch (const std::bad_alloc&) {
+        // As above.
+    }
+}
+
+void ProbeLog::writeLine(int level, const char* text) {
     const std::tm now = localNow();
     std::array<char, 64> time{};  // asctime_r promises 26, a year beyond 9999 needs a little more
     if (asctime_r(&now, time.data()) == nullptr) return;
@@ -149,12 +160,12 @@ void ProbeLog::_logInternal(int level, const char* text) {
     const std::string line = formatSafely(lineFormat(level), {time.data(), text});
     FILE* const log = fplog_.load(std::memory_order_acquire);
     // One write, so that lines of several threads do not mix.
-    std::fwrite(line.data(), 1, line.size(), log == nullptr ? stdout : log);
+    std::fwrite(line.data(), 1, line.size(), log == nullptr ? console::out() : log);
 }
 
 void ProbeLog::setLogLevel(int level) {
     VEL_TRACE("setLogLevel(int)");
-    std::printf("Setting Log Level: %d \n", level);
+    std::fprintf(console::out(), "Setting Log Level: %d \n", level);
     if (level >= kError && level <= kTrace) {
         logLevel_.store(level, std::memory_order_relaxed);
         return;

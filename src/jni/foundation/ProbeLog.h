@@ -53,10 +53,12 @@ private:
         char* format;  // owned, with its line end; null: none
     };
 
-    static void logKey(int level, const char* key, std::initializer_list<FormatArg> arguments);
+    static void logKey(int level, const char* key,
+                       std::initializer_list<FormatArg> arguments) noexcept;
     static void loadMessages(FILE* file);
     static const Entry* find(const char* key);
-    static void _logInternal(int level, const char* text);
+    static void _logInternal(int level, const char* text) noexcept;
+    static void writeLine(int level, const char* text);
 
     static std::atomic<int> logLevel_;  // relaxed: a line more or less around a change
     static std::atomic<FILE*> fplog_;   // owned; null: standard output

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "foundation/Identity.h"
+#include "foundation/Console.h"
 #include "foundation/Log.h"
 
 std::atomic<QlgHandle> qLogger{nullptr};
@@ -98,7 +99,7 @@ void ProbeQLog::initialize() {
     }
     QlgSetLevelListener(refreshTraceThreshold);
     setCatalog();
-    std::printf("INFO: Catalog file is %s\n", _catalogName);
+    std::fprintf(console::out(), "INFO: Catalog file is %s\n", _catalogName);
     for (const char* name : {"handler.file.dc.msg", "handler.file.dc.trace"})
         if (const ScopedObject handler(name, "qlg_filehandler"); handler.get() != nullptr)
             setLogFile(handler.get());
@@ -106,7 +107,7 @@ void ProbeQLog::initialize() {
         setFFDCBaseDir(handler.get());
         setFFDCFilesToCopy(handler.get());
     }
-    std::fflush(stdout);  // the VM's own output does not pass through this buffer
+    std::fflush(console::out());  // the VM's own output does not pass through this buffer
     _initialized = true;
 }
 
@@ -150,7 +151,7 @@ void ProbeQLog::setLogFile(QlgHandle handler) {
     if (_qualDir != nullptr) path.append(_qualDir).append("/");
     path += isEmpty(configured.get()) ? "dc-native.log" : configured.get();
     std::snprintf(_logFileName, sizeof _logFileName, "%s", path.c_str());
-    std::printf("set log file to %s\n", path.c_str());
+    std::fprintf(console::out(), "set log file to %s\n", path.c_str());
     QlgSetObjProp(handler, "fileName", path.c_str());
 }
 
@@ -166,7 +167,7 @@ void ProbeQLog::setFFDCBaseDir(QlgHandle handler) {
     else
         base += isEmpty(configured.get()) ? "FFDC" : configured.get();
     if (_qualDir != nullptr) base.append("/").append(_qualDir);
-    std::printf("ffdc base dir is %s\n", base.c_str());
+    std::fprintf(console::out(), "ffdc base dir is %s\n", base.c_str());
     QlgFFDCTriggerHandlerSetBaseDir(handler, base.c_str());
 }
 
@@ -183,7 +184,7 @@ void ProbeQLog::setEnv(const char* name, const char* value, bool append) {
     try {
         const char* const old = append ? std::getenv(name) : nullptr;
         const std::string text = old == nullptr ? value : std::string(old) + ":" + value;
-        std::printf("%s=%s\n", name, text.c_str());
+        std::fprintf(console::out(), "%s=%s\n", name, text.c_str());
         if (const int result = setenv(name, text.c_str(), 1); result != 0)
             std::fprintf(stderr, "Failed to set %s. Error code is %d\n", name, result);
     } catch (const std::bad_alloc&) {
@@ -196,7 +197,7 @@ void ProbeQLog::setFFDCFilesToCopy(QlgHandle handler) {
     if (_qualDir == nullptr) return;
     const ToolkitString list(QlgFileCopyHandlerGetFiles(handler));
     if (list == nullptr) return;
-    std::printf("Files to copy defined in %s are %s\n", kConfigFile, list.get());
+    std::fprintf(console::out(), "Files to copy defined in %s are %s\n", kConfigFile, list.get());
     // Each file grows by the qualifier, a slash and a blank at most, and loses its comma.
     const std::size_t size =
         std::strlen(list.get()) + std::strlen(_qualDir) * kMostFiles + 2UL * kMostFiles + 1;
@@ -207,7 +208,7 @@ void ProbeQLog::setFFDCFilesToCopy(QlgHandle handler) {
     }
     setQualifierForFiles(list.get(), result.get());
     QlgFileCopyHandlerSetFiles(handler, result.get());
-    std::printf("Files to be copied are %s\n", result.get());
+    std::fprintf(console::out(), "Files to be copied are %s\n", result.get());
 }
 
 // list: separated by commas. result: separated by blanks, with the qualifier's folder inserted

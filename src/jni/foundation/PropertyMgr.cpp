@@ -13,6 +13,7 @@
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/Utils.h"
+#include "os/RegularFile.h"
 
 std::atomic<PropertyMgr*> PropertyMgr::instance_{nullptr};
 
@@ -56,13 +57,10 @@ bool isEmpty(const char* text) {
     return text == nullptr || text[0] == '\0';
 }
 
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
+using os::File;
 
 File openForReading(const std::string& path) {
-    return File(std::fopen(path.c_str(), "re"));
+    return File(os::fopenRegular(path.c_str(), "r"));
 }
 
 // The file of this node, server and profile; the default one when node or server are unknown.

@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 
+#include "foundation/Console.h"
 #include "foundation/Log.h"
 
 // clang-format off
@@ -64,7 +65,7 @@ char* Utils::getTime() {
 }
 
 void Utils::log(const char* text) {
-    if (text != nullptr) std::printf("%s \n", text);
+    if (text != nullptr) std::fprintf(console::out(), "%s \n", text);
 }
 
 int Utils::getNextBiggerPrimeNumber(int n) {

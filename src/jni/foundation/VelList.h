@@ -2,7 +2,7 @@
 //
 // Ownership: the list owns its nodes, never its elements.
 // Threads: with locking on every operation may come from any thread; an iteration is bracketed by
-// the caller with enterLock()/exitLock(). With locking off the list belongs to one thread at a
+// the caller with a VelLockGuard on lock(). With locking off the list belongs to one thread at a
 // time. Failure: a null (zero) element is refused; a failed allocation leaves the list as it was
 // and throws.
 #pragma once
@@ -186,6 +186,9 @@ public:
         return exitLock();
     }
 
+    // For a VelLockGuard around a walk; null when locking is off. Never entered by hand where what
+    // follows may throw: a lock that stays held stops every thread of the host that begins.
+    VelLock* lock() const { return hashLock_.get(); }
     int enterLock() { return hashLock_ != nullptr && hashLock_->enterLock(); }
     int exitLock() { return hashLock_ != nullptr && hashLock_->exitLock(); }
 

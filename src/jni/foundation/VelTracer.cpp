@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "foundation/Console.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 #include "foundation/ThreadCpuClock.h"
@@ -17,7 +18,7 @@ VelTracer::VelTracer(const char* name, jlong value)
 
 void VelTracer::initialize() {
     VEL_TRACE("initialize()");
-    std::printf("## Running in default mode ## \n");
+    std::fprintf(console::out(), "## Running in default mode ## \n");
     traceMode_ = false;
     initialized_ = true;
 }
@@ -29,15 +30,15 @@ void VelTracer::release() {
 
 void VelTracer::resetCounters() {
     VEL_TRACE("resetCounters()");
-    std::printf("## Profile counters reset done");
-    std::fflush(stdout);
+    std::fprintf(console::out(), "## Profile counters reset done");
+    std::fflush(console::out());
 }
 
 bool VelTracer::setMode(bool on) {
     VEL_TRACE("setMode(bool)");
     const bool before = traceMode_.exchange(on);
-    std::printf("## Tracer Mode: Default State: %s \n", on ? "true" : "false");
-    std::fflush(stdout);
+    std::fprintf(console::out(), "## Tracer Mode: Default State: %s \n", on ? "true" : "false");
+    std::fflush(console::out());
     return before;
 }
 

@@ -1,6 +1,7 @@
 // See VeloraBase.h.
 #include "foundation/VeloraBase.h"
 
+#include <new>
 #include <string>
 
 #include "foundation/Log.h"
@@ -31,12 +32,14 @@ using Writer = void (*)(QlgHandle, const char*, int, int, const char*, ...);
 
 // These lines are the tracer's, not the message logger's: no catalogue knows them.
 void writeToTracer(Writer write, const char* clsName, const char* file, int line,
-                   const char* message) {
+                   const char* message) try {
     std::string text = "[";
     text.append(clsName == nullptr ? "" : clsName).append(" (");
     text.append(file == nullptr ? "" : file).append("@").append(std::to_string(line));
     text.append(")] ").append(message == nullptr ? "" : message).append(" \n");
     write(logdetail::tracer(), nullptr, 0, 0, "%s", static_cast<int>(QLG_STRING), text.c_str(), 0);
+} catch (const std::bad_alloc&) {
+    // The line is missing; whoever logs does not fail for it.
 }
 
 }  // namespace

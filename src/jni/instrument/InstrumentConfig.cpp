@@ -15,6 +15,7 @@
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "instrument/ParameterSlots.h"
+#include "os/RegularFile.h"
 
 namespace {
 
@@ -185,8 +186,7 @@ bool getConfig(const char* given) {
             ? given
             : std::string(Identity::home()) + "/etc/instrumentation.properties";
     instrumentConfig() = InstrumentConfig{};
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"),
-                                                               std::fclose);
+    const os::File file(os::fopenRegular(path.c_str(), "r"));
     if (file == nullptr) {
         if (errno == ENOENT || errno == ENOTDIR) return true;
         return refuse(path, 0, std::strerror(errno));

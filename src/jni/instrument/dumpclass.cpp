@@ -5,6 +5,7 @@
 
 #include "foundation/Log.h"
 #include "instrument/InstrumentConfig.h"
+#include "os/RegularFile.h"
 
 void dumpClass(const char* class_name, int class_name_length, const ClassData* data) {
     VEL_TRACE("dumpClass(char*, int, ClassData*)");
@@ -13,7 +14,7 @@ void dumpClass(const char* class_name, int class_name_length, const ClassData* d
     std::string name(class_name, static_cast<std::size_t>(class_name_length));
     for (char& c : name)
         if (c == '/') c = '.';
-    std::FILE* const file = std::fopen((config.dumpPath + name + ".class").c_str(), "wb");
+    std::FILE* const file = os::fopenRegular((config.dumpPath + name + ".class").c_str(), "w");
     if (file == nullptr) return;
     std::fwrite(data->classData, 1, static_cast<std::size_t>(data->classDataLen), file);
     std::fclose(file);

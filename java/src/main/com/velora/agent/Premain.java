@@ -20,7 +20,17 @@ public final class Premain {
         try {
             start(arguments, instrumentation);
         } catch (Throwable t) { // LinkageError too: the server runs on without us
-            AgentLog.error("The Velora agent could not start; the application runs unmonitored", t);
+            tell(t);
+        }
+    }
+
+    /** What leaves premain ends the VM, so a jar that lacks even the log's class must not make a second failure. */
+    private static void tell(Throwable failure) {
+        String text = "The Velora agent could not start; the application runs unmonitored";
+        try {
+            AgentLog.error(text, failure);
+        } catch (Throwable noLog) {
+            System.err.println("Velora: " + text + ": " + failure);
         }
     }
 
