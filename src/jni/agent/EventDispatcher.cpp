@@ -9,6 +9,7 @@
 
 #include "agent/ProbeMgr.h"
 #include "agent/velora.h"
+#include "capture/CaptureEdge.h"
 #include "capture/EventUtils.h"
 #include "diagnostics/heapdump.h"
 #include "event/ThreadData.h"
@@ -170,8 +171,10 @@ void onClassLoad(JVMPI_Event* event) {
 
 void onGcFinish(const JVMPI_Event* event) {
     const auto& gc = event->u.gc_info;
-    EventUtils::appendGCEndEvent(event->env_id, gc.used_objects, gc.used_object_space,
-                                 gc.total_object_space);
+    capture::counted([&] {
+        EventUtils::appendGCEndEvent(event->env_id, gc.used_objects, gc.used_object_space,
+                                     gc.total_object_space);
+    });
     VEL_DEBUG_MAX("EventDispatcher(JVMPI_Event*)",
                   "GC Statistics (Used Object Count: %lld, Used Space: %lld, Total Space: %lld)",
                   gc.used_objects, gc.used_object_space, gc.total_object_space);
@@ -225,7 +228,8 @@ void dispatch(JVMPI_Event* event) {
             ShutDownEventHandler(event);
             break;
         case JVMPI_EVENT_GC_START:
-            if (hasEnvironment(event)) EventUtils::appendGCStartEvent(event->env_id);
+            if (hasEnvironment(event))
+                capture::counted([event] { EventUtils::appendGCStartEvent(event->env_id); });
             break;
         case JVMPI_EVENT_GC_FINISH:
             if (hasEnvironment(event)) onGcFinish(event);

@@ -8,6 +8,7 @@
 
 #include "agent/ProbeMgr.h"
 #include "agent/velora.h"
+#include "capture/CaptureEdge.h"
 #include "capture/EventUtils.h"
 #include "event/ThreadData.h"
 #include "event/ThreadMgr.h"
@@ -189,8 +190,8 @@ JNIEXPORT jboolean JNICALL Java_com_velora_probe_l3trace_BcmRuntime_appendL3Even
                                                                                   jint methodId) {
     VEL_TRACE(
         "Java_com_velora_probe_l3trace_BcmRuntime_appendL3Event(JNIEnv*, jclass, jbyte, jint)");
-    return atJniEdge("appendL3Event", jboolean{JNI_FALSE},
-                     [&] { return toJava(appendMethodEvent(env, phase, methodId)); });
+    return capture::atCaptureEdge("appendL3Event", jboolean{JNI_FALSE},
+                                  [&] { return toJava(appendMethodEvent(env, phase, methodId)); });
 }
 
 JNIEXPORT jboolean JNICALL Java_com_velora_probe_l3trace_BcmRuntime_sendClassEventNative(

@@ -90,8 +90,7 @@ struct FieldsOf<JNDIEvent> {
 };
 template <>
 struct FieldsOf<JDOEvent> {
-    Fields<&JDOEvent::depth, &JDOEvent::className, &JDOEvent::methodName,
-           &JDOEvent::argumentString>
+    Fields<&JDOEvent::depth, &JDOEvent::className, &JDOEvent::methodName, &JDOEvent::argumentString>
         list;
 };
 template <>

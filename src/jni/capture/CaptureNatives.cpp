@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "capture/Capture.h"
+#include "capture/CaptureEdge.h"
 #include "event/RegisteredTexts.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
@@ -30,7 +31,7 @@ JNIEXPORT jboolean JNICALL Java_com_velora_probe_Capture_begin(JNIEnv* env, jcla
     VEL_TRACE(
         "Java_com_velora_probe_Capture_begin(JNIEnv*, jclass, jint, jstring, jstring, jstring, "
         "jint)");
-    return atJniEdge("begin", jboolean{JNI_FALSE}, [&]() -> jboolean {
+    return capture::atCaptureEdge("begin", jboolean{JNI_FALSE}, [&]() -> jboolean {
         return capture::begin(env, kind, {a, b, c, nullptr}, number);
     });
 }
@@ -42,7 +43,7 @@ JNIEXPORT jboolean JNICALL Java_com_velora_probe_Capture_beginRegistered(JNIEnv*
     VEL_TRACE(
         "Java_com_velora_probe_Capture_beginRegistered(JNIEnv*, jclass, jint, jint, jint, jstring, "
         "jstring, jint)");
-    return atJniEdge("beginRegistered", jboolean{JNI_FALSE}, [&]() -> jboolean {
+    return capture::atCaptureEdge("beginRegistered", jboolean{JNI_FALSE}, [&]() -> jboolean {
         return capture::begin(env, kind, {CallText::number(a), CallText::number(b), c, d}, number);
     });
 }
@@ -50,7 +51,7 @@ JNIEXPORT jboolean JNICALL Java_com_velora_probe_Capture_beginRegistered(JNIEnv*
 JNIEXPORT void JNICALL Java_com_velora_probe_Capture_end(JNIEnv* env, jclass, jint kind,
                                                          jint number, jboolean failed) {
     VEL_TRACE("Java_com_velora_probe_Capture_end(JNIEnv*, jclass, jint, jint, jboolean)");
-    atJniEdge("end", [&] { capture::end(env, kind, number, failed != JNI_FALSE); });
+    capture::atCaptureEdge("end", [&] { capture::end(env, kind, number, failed != JNI_FALSE); });
 }
 
 }  // extern "C"

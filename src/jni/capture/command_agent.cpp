@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "capture/CallingThread.h"
+#include "capture/CaptureEdge.h"
 #include "capture/EventUtils.h"
 #include "capture/JavaText.h"
 #include "capture/NestedRequest.h"
@@ -171,8 +172,9 @@ jint Java_com_velora_probe_ThreadManager_startNativeHttpRequest(JNIEnv* env, job
     VEL_TRACE(
         "Java_com_velora_probe_ThreadManager_startNativeHttpRequest(JNIEnv*, jobject, jobject, "
         "jstring, jstring, jstring, jstring)");
-    return atJniEdge("startNativeHttpRequest", jint{0},
-                     [&] { return startHttp(env, requestName, applicationName, url, userName); });
+    return capture::atCaptureEdge("startNativeHttpRequest", jint{0}, [&] {
+        return startHttp(env, requestName, applicationName, url, userName);
+    });
 }
 
 jint Java_com_velora_probe_ThreadManager_finishNativeHttpRequest(JNIEnv* env, jobject,
@@ -182,8 +184,9 @@ jint Java_com_velora_probe_ThreadManager_finishNativeHttpRequest(JNIEnv* env, jo
     VEL_TRACE(
         "Java_com_velora_probe_ThreadManager_finishNativeHttpRequest(JNIEnv*, jobject, jstring, "
         "jstring, jstring)");
-    return atJniEdge("finishNativeHttpRequest", jint{0},
-                     [&] { return endHttp(env, END, requestName, applicationName, url); });
+    return capture::atCaptureEdge("finishNativeHttpRequest", jint{0}, [&] {
+        return endHttp(env, END, requestName, applicationName, url);
+    });
 }
 
 jint Java_com_velora_probe_ThreadManager_errorNativeHttpRequest(JNIEnv* env, jobject,
@@ -193,8 +196,9 @@ jint Java_com_velora_probe_ThreadManager_errorNativeHttpRequest(JNIEnv* env, job
     VEL_TRACE(
         "Java_com_velora_probe_ThreadManager_errorNativeHttpRequest(JNIEnv*, jobject, jstring, "
         "jstring, jstring)");
-    return atJniEdge("errorNativeHttpRequest", jint{0},
-                     [&] { return endHttp(env, ERRORS, requestName, applicationName, err); });
+    return capture::atCaptureEdge("errorNativeHttpRequest", jint{0}, [&] {
+        return endHttp(env, ERRORS, requestName, applicationName, err);
+    });
 }
 
 jint Java_com_velora_probe_ThreadManager_startIIOPServerRequest(JNIEnv* env, jobject,
@@ -203,14 +207,16 @@ jint Java_com_velora_probe_ThreadManager_startIIOPServerRequest(JNIEnv* env, job
     VEL_TRACE(
         "Java_com_velora_probe_ThreadManager_startIIOPServerRequest(JNIEnv*, jobject, jstring, "
         "jstring)");
-    return atJniEdge("startIIOPServerRequest", jint{0},
-                     [&] { return iiopRequest(env, IIOP_SERVER, START, className, methodName); });
+    return capture::atCaptureEdge("startIIOPServerRequest", jint{0}, [&] {
+        return iiopRequest(env, IIOP_SERVER, START, className, methodName);
+    });
 }
 
 jint Java_com_velora_probe_ThreadManager_finishIIOPServerRequest(JNIEnv* env, jobject) {
     VEL_TRACE("Java_com_velora_probe_ThreadManager_finishIIOPServerRequest(JNIEnv*, jobject)");
-    return atJniEdge("finishIIOPServerRequest", jint{0},
-                     [&] { return iiopRequest(env, IIOP_SERVER, END, nullptr, nullptr); });
+    return capture::atCaptureEdge("finishIIOPServerRequest", jint{0}, [&] {
+        return iiopRequest(env, IIOP_SERVER, END, nullptr, nullptr);
+    });
 }
 
 jint Java_com_velora_probe_ThreadManager_startIIOPClientRequest(JNIEnv* env, jobject,
@@ -219,14 +225,16 @@ jint Java_com_velora_probe_ThreadManager_startIIOPClientRequest(JNIEnv* env, job
     VEL_TRACE(
         "Java_com_velora_probe_ThreadManager_startIIOPClientRequest(JNIEnv*, jobject, jstring, "
         "jstring)");
-    return atJniEdge("startIIOPClientRequest", jint{0},
-                     [&] { return iiopRequest(env, IIOP_CLIENT, START, className, methodName); });
+    return capture::atCaptureEdge("startIIOPClientRequest", jint{0}, [&] {
+        return iiopRequest(env, IIOP_CLIENT, START, className, methodName);
+    });
 }
 
 jint Java_com_velora_probe_ThreadManager_finishIIOPClientRequest(JNIEnv* env, jobject) {
     VEL_TRACE("Java_com_velora_probe_ThreadManager_finishIIOPClientRequest(JNIEnv*, jobject)");
-    return atJniEdge("finishIIOPClientRequest", jint{0},
-                     [&] { return iiopRequest(env, IIOP_CLIENT, END, nullptr, nullptr); });
+    return capture::atCaptureEdge("finishIIOPClientRequest", jint{0}, [&] {
+        return iiopRequest(env, IIOP_CLIENT, END, nullptr, nullptr);
+    });
 }
 
 jint Java_com_velora_probe_ThreadManager_beginNativeEJBRequest(JNIEnv* env, jobject,
@@ -236,7 +244,7 @@ jint Java_com_velora_probe_ThreadManager_beginNativeEJBRequest(JNIEnv* env, jobj
     VEL_TRACE(
         "Java_com_velora_probe_ThreadManager_beginNativeEJBRequest(JNIEnv*, jobject, jstring, "
         "jstring, jstring)");
-    return atJniEdge("beginNativeEJBRequest", jint{0}, [&] {
+    return capture::atCaptureEdge("beginNativeEJBRequest", jint{0}, [&] {
         if (!MemoryMonitor::reachedULimit(env))
             EventUtils::beginBeanRequest(env, className, methodName, descriptor);
         return castThreadId(env);
@@ -249,7 +257,7 @@ jint Java_com_velora_probe_ThreadManager_endNativeEJBRequest(JNIEnv* env, jobjec
     VEL_TRACE(
         "Java_com_velora_probe_ThreadManager_endNativeEJBRequest(JNIEnv*, jobject, jstring, "
         "jstring, jstring)");
-    return atJniEdge("endNativeEJBRequest", jint{0}, [&] {
+    return capture::atCaptureEdge("endNativeEJBRequest", jint{0}, [&] {
         if (!MemoryMonitor::reachedULimit(env))
             EventUtils::endBeanRequest(env, className, methodName, descriptor);
         return castThreadId(env);
@@ -258,12 +266,12 @@ jint Java_com_velora_probe_ThreadManager_endNativeEJBRequest(JNIEnv* env, jobjec
 
 void Java_com_velora_command_CommandAgent_startNativeGpsInvokeRequest(JNIEnv* env, jobject) {
     VEL_TRACE("Java_com_velora_command_CommandAgent_startNativeGpsInvokeRequest(JNIEnv*, jobject)");
-    atJniEdge("startNativeGpsInvokeRequest", [&] { startGpsInvoke(env); });
+    capture::atCaptureEdge("startNativeGpsInvokeRequest", [&] { startGpsInvoke(env); });
 }
 
 void Java_com_velora_command_CommandAgent_endNativeGpsInvokeRequest(JNIEnv* env, jobject) {
     VEL_TRACE("Java_com_velora_command_CommandAgent_endNativeGpsInvokeRequest(JNIEnv*, jobject)");
-    atJniEdge("endNativeGpsInvokeRequest", [&] { endGpsInvoke(env); });
+    capture::atCaptureEdge("endNativeGpsInvokeRequest", [&] { endGpsInvoke(env); });
 }
 
 void Java_com_velora_command_CommandAgent_startNativeGpsReceiveRequest(JNIEnv* env, jobject,
@@ -271,7 +279,7 @@ void Java_com_velora_command_CommandAgent_startNativeGpsReceiveRequest(JNIEnv* e
     VEL_TRACE(
         "Java_com_velora_command_CommandAgent_startNativeGpsReceiveRequest(JNIEnv*, jobject, "
         "jint)");
-    atJniEdge("startNativeGpsReceiveRequest", [&] { startGpsReceive(env, gpsToken); });
+    capture::atCaptureEdge("startNativeGpsReceiveRequest", [&] { startGpsReceive(env, gpsToken); });
 }
 
 void Java_com_velora_command_CommandAgent_completeNativeGpsReceiveRequest(JNIEnv* env, jobject,
@@ -279,7 +287,7 @@ void Java_com_velora_command_CommandAgent_completeNativeGpsReceiveRequest(JNIEnv
     VEL_TRACE(
         "Java_com_velora_command_CommandAgent_completeNativeGpsReceiveRequest(JNIEnv*, jobject, "
         "jint)");
-    atJniEdge("completeNativeGpsReceiveRequest", [&] { completeGpsReceive(env); });
+    capture::atCaptureEdge("completeNativeGpsReceiveRequest", [&] { completeGpsReceive(env); });
 }
 
 jbyteArray Java_com_velora_command_CommandAgent_getNativeGpsToken(JNIEnv* env, jobject) {
@@ -294,7 +302,7 @@ void Java_com_velora_probe_ProbeController_setupGps(JNIEnv* env, jobject, jstrin
 
 void Java_com_velora_probe_ThreadManager_issueTraceRequest(JNIEnv* env, jobject) {
     VEL_TRACE("Java_com_velora_probe_ThreadManager_issueTraceRequest(JNIEnv*, jobject)");
-    atJniEdge("issueTraceRequest", [&] { issueTrace(env); });
+    capture::atCaptureEdge("issueTraceRequest", [&] { issueTrace(env); });
 }
 
 jint Java_com_velora_command_CommandAgent_getThreadId(JNIEnv* env, jobject, jstring threadName,

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "capture/CaptureEdge.h"
 #include "capture/EventUtils.h"
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
@@ -157,27 +158,28 @@ jboolean Java_com_velora_probe_lock_LockAnalysisRuntime_appendEvent(
         "Java_com_velora_probe_lock_LockAnalysisRuntime_appendEvent(JNIEnv*, jclass, jbyte, "
         "jstring, "
         "jint, jbyte, jstring, jstring, jint, jint)");
-    return atJniEdge("appendEvent", static_cast<jboolean>(JNI_FALSE), [&]() -> jboolean {
-        if (MemoryMonitor::reachedULimit(env)) return JNI_FALSE;
-        switch (kind) {
-            case kBeginAcquisition:
-                return EventUtils::beginLockAcquisition(env, methodId, lockName);
-            case kEndAcquisition:
-                return EventUtils::endLockAcquisition(env, methodId, lockName);
-            case kBeginContention:
-                return EventUtils::beginLockContention(env, methodId, lockName, ownerRequestType,
-                                                       ownerRequestName, ownerApplicationName,
-                                                       ownerMethodId, ownerDepth);
-            case kEndContention:
-                return EventUtils::endLockContention(env, methodId, lockName, ownerRequestType,
-                                                     ownerRequestName, ownerApplicationName,
-                                                     ownerMethodId, ownerDepth);
-            case kBeginRelease:
-                return EventUtils::beginLockRelease(env, methodId, lockName);
-            case kEndRelease:
-                return EventUtils::endLockRelease(env, methodId, lockName);
-            default:
-                return JNI_FALSE;
-        }
-    });
+    return capture::atCaptureEdge(
+        "appendEvent", static_cast<jboolean>(JNI_FALSE), [&]() -> jboolean {
+            if (MemoryMonitor::reachedULimit(env)) return JNI_FALSE;
+            switch (kind) {
+                case kBeginAcquisition:
+                    return EventUtils::beginLockAcquisition(env, methodId, lockName);
+                case kEndAcquisition:
+                    return EventUtils::endLockAcquisition(env, methodId, lockName);
+                case kBeginContention:
+                    return EventUtils::beginLockContention(
+                        env, methodId, lockName, ownerRequestType, ownerRequestName,
+                        ownerApplicationName, ownerMethodId, ownerDepth);
+                case kEndContention:
+                    return EventUtils::endLockContention(env, methodId, lockName, ownerRequestType,
+                                                         ownerRequestName, ownerApplicationName,
+                                                         ownerMethodId, ownerDepth);
+                case kBeginRelease:
+                    return EventUtils::beginLockRelease(env, methodId, lockName);
+                case kEndRelease:
+                    return EventUtils::endLockRelease(env, methodId, lockName);
+                default:
+                    return JNI_FALSE;
+            }
+        });
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "capture/CaptureEdge.h"
 #include "capture/EventUtils.h"
 #include "diagnostics/HeapSummary.h"
 #include "diagnostics/HeapWalker.h"
@@ -19,6 +20,7 @@
 #include "foundation/ProbeState.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
+#include "os/RegularFile.h"
 #include "transport/MemoryMonitor.h"
 
 std::uint32_t heapDumpCount = 0;
@@ -136,7 +138,7 @@ jint takeSnapshot(JNIEnv* env, jobject buffer) {
 
 void appendAllocation(JNIEnv* env, const char* native, EventSubType phase, jint methodId,
                       jint lineNumber, jstring className) {
-    atJniEdge(native, [&] {
+    capture::atCaptureEdge(native, [&] {
         if (!MemoryMonitor::reachedULimit(env))
             EventUtils::appendHeapEvent(env, phase, methodId, lineNumber, className);
     });
@@ -174,7 +176,7 @@ int maxHeapFromCommandLine(const std::vector<std::string>& arguments) {
 }
 
 std::int64_t availableMemory(const char* meminfo) {
-    std::FILE* const file = std::fopen(meminfo, "r");
+    std::FILE* const file = os::fopenRegular(meminfo, "r");
     if (file == nullptr) return kUnknown;
     long long kilobytes = kUnknown;
     char line[256];

@@ -27,6 +27,7 @@ constexpr const char* kReasonTexts[kReasons] = {
     "no record format",
     "still queued at stop",
     "not sent before exit",
+    "no memory to capture them",
 };
 
 std::array<std::atomic<long>, kReasons> counted{};

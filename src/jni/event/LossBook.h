@@ -33,6 +33,7 @@ enum class Loss {
     notEncodable,     // the event has no record
     probeStopped,     // still queued when the probe stopped
     exit,             // still queued when the time for the last flush was over
+    noMemory,         // no event could be made of the call
     count_
 };
 

@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <new>
 #include <utility>
 
 #include "event/Event.h"
@@ -105,11 +106,12 @@ bool ThreadData::queueEvent(Event* evt) {
     charge(evt->type_, evt->size_);
     try {
         return evtQueue_->append(evt);
-    } catch (...) {  // no memory for the queue's node
+    } catch (const std::bad_alloc&) {  // no memory for the queue's node: counted like a refused one
         credit(evt->type_, evt->size_);
-        refused_[DroppedEvent::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
+        if (evt->getType() != DROPPED)
+            refused_[DroppedEvent::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
         delete evt;
-        throw;
+        return false;
     }
 }
 
@@ -119,10 +121,14 @@ bool ThreadData::refuse(Event* evt) {
     refused_[DroppedEvent::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
     delete evt;
     if (sentDroppedEvent_.load(std::memory_order_relaxed)) return false;
-    auto* const marker = new DroppedEvent(NOSTYPE);
-    marker->threadId_ = getThreadIntId();
-    appendEvent(marker);
-    sentDroppedEvent_.store(true, std::memory_order_relaxed);
+    try {
+        auto* const marker = new DroppedEvent(NOSTYPE);
+        marker->threadId_ = getThreadIntId();
+        appendEvent(marker);
+        sentDroppedEvent_.store(true, std::memory_order_relaxed);
+    } catch (const std::bad_alloc&) {
+        // The counts are kept, and told at the queue's end if by no marker.
+    }
     return false;
 }
 

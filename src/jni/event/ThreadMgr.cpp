@@ -195,7 +195,12 @@ ThreadData* ThreadMgr::createThreadData(JNIEnv* env) {
     if (jvmpi.load(std::memory_order_acquire) == nullptr) return nullptr;
     ThreadData* const record = registerNew(env, true);
     if (record == nullptr) return nullptr;
-    if (agents->manageThreadData(record) != 0) return record;
+    try {
+        if (agents->manageThreadData(record) != 0) return record;
+    } catch (...) {  // no memory: registered without an agent, its events would reach nobody
+        withdraw(env, record);
+        throw;
+    }
     _logError(kSource, __LINE__, "Internal Error: EventManager could not manage Thread");
     withdraw(env, record);
     return nullptr;

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Identity.h"
 #include "foundation/Console.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 #include "foundation/Utils.h"

@@ -9,8 +9,8 @@
 #include <new>
 #include <string>
 
-#include "foundation/Identity.h"
 #include "foundation/Console.h"
+#include "foundation/Identity.h"
 #include "foundation/Log.h"
 
 std::atomic<QlgHandle> qLogger{nullptr};

@@ -96,7 +96,7 @@ void EventAgent::startThread(JNIEnv* env) {
 
 void EventAgent::runBegun(JNIEnv* env) {
     EvtAgentMgr* const manager = evtMgr_.load(std::memory_order_acquire);
-    setUp(env);
+    while (start_ && !trySetUp(env)) pause();
     if (manager != nullptr) manager->notifyEventAgentStatus(this, true);
     VEL_DEBUG_MIN("startThread", "Event Agent Thread Started...");
     while (start_) {
@@ -113,6 +113,17 @@ void EventAgent::runBegun(JNIEnv* env) {
     tearDown();
     VEL_DEBUG_MIN("startThread", "Event Agent Thread Stopped..");
     alive_ = false;  // the agent may be deleted from here on
+}
+
+// False when there was no memory for it.
+bool EventAgent::trySetUp(JNIEnv* env) {
+    try {
+        setUp(env);
+        return true;
+    } catch (const std::exception& e) {
+        noteNativeFailure("EventAgent.startThread", e.what());
+        return false;
+    }
 }
 
 void EventAgent::setUp(JNIEnv* env) {
@@ -206,7 +217,11 @@ void EventAgent::sendPacket(EvtAgentMgr* manager) {
         resendInitRecord_ || (line.needsInit && manager->mayOpenConnection(this, line.agent));
     if (opens) sendInitRecords();
     if (claimResendData()) {
-        resendInitialData();
+        try {
+            resendInitialData();
+        } catch (const std::exception& e) {  // the other agents wait for the word below
+            noteNativeFailure("EventAgent.resendInitialData", e.what());
+        }
         if (!resendInitRecord_) manager->resendDataDone(true);
     }
     line = network->lineOf(this);
@@ -311,9 +326,8 @@ int EventAgent::prepare2send() {
 
 void EventAgent::takeSnapshot() {
     pass_.clear();
-    thrList_->enterLock();
+    const VelLockGuard hold(thrList_->lock());
     for (VelListIter<ThreadData*> it(thrList_.get()); it.hasNext();) pass_.push_back(it.next());
-    thrList_->exitLock();
 }
 
 // Deletes what a full queue holds beyond its limit, and tells the log of what was refused as well.
@@ -357,9 +371,12 @@ void EventAgent::takeEvent(ThreadData* thread, Event* event, bool fits, char** b
     const std::unique_ptr<Event> taken(event);
     const long events = LossBook::eventsIn(event);
     if (!fits) {
-        noteTooLarge(event);
         LossBook::add(Loss::tooLarge, events);
-    } else if (addEventToBuffer(event, buff)) {
+        credit(thread, event);
+        noteTooLarge(event);
+        return;
+    }
+    if (addEventToBuffer(event, buff)) {
         ++packetRecords_;
         packetEvents_ += events;
     } else {
@@ -368,9 +385,14 @@ void EventAgent::takeEvent(ThreadData* thread, Event* event, bool fits, char** b
     credit(thread, event);
 }
 
-bool EventAgent::addEventToBuffer(Event* event, char** buff) {
+// Nothing is thrown: whoever asks has taken the event from its queue and must book it.
+bool EventAgent::addEventToBuffer(Event* event, char** buff) noexcept {
     char* const before = *buff;
-    if (event->addToBuffer(buff)) return true;
+    try {
+        if (event->addToBuffer(buff)) return true;
+    } catch (const std::exception& e) {
+        noteNativeFailure("EventAgent.addEventToBuffer", e.what());
+    }
     *buff = before;
     return false;
 }
@@ -455,7 +477,11 @@ bool EventAgent::addDropEvent(unsigned threadId, char** buff) {
     drop.dropSQLStartCnt = sqlStartDropCnt_;
     drop.dropSQLEndCnt = sqlEndDropCnt_;
     const long events = LossBook::eventsIn(&drop);
-    if (events == 0 || !addEventToBuffer(&drop, buff)) return false;
+    if (events == 0) return false;
+    if (!addEventToBuffer(&drop, buff)) {
+        LossBook::add(Loss::notEncodable, events);
+        return false;
+    }
     ++packetRecords_;
     packetEvents_ += events;
     return true;
@@ -549,9 +575,11 @@ int EventAgent::manageThreadData(ThreadData* thread) {
     VEL_TRACE("manageThreadData(ThreadData*)");
     if (thread == nullptr) return RC_FAIL;
     // Under the list's lock, so that an ending loop either finds the thread here or has it refused.
-    thrList_->enterLock();
-    const bool taken = start_ && thrList_->append(thread);
-    thrList_->exitLock();
+    bool taken = false;
+    {
+        const VelLockGuard hold(thrList_->lock());
+        taken = start_ && thrList_->append(thread);
+    }
     if (!taken) logMessage(msg::kEventAgentNotStarted);
     return taken ? RC_SUCCESS : RC_FAIL;
 }
@@ -561,12 +589,10 @@ void EventAgent::adopt(VelList<ThreadData*>* threads) {
 }
 
 bool EventAgent::manages(const ThreadData* thread) {
-    thrList_->enterLock();
-    bool found = false;
-    for (VelListIter<ThreadData*> it(thrList_.get()); !found && it.hasNext();)
-        found = it.next() == thread;
-    thrList_->exitLock();
-    return found;
+    const VelLockGuard hold(thrList_->lock());
+    for (VelListIter<ThreadData*> it(thrList_.get()); it.hasNext();)
+        if (it.next() == thread) return true;
+    return false;
 }
 
 void EventAgent::computeMemoryTaken() {
@@ -583,20 +609,18 @@ void EventAgent::computeMemoryTaken() {
 }
 
 void EventAgent::collectGatedCalls(VelList<ThreadData*>* threads) {
-    threads->enterLock();  // a listed record is not deleted
+    const VelLockGuard hold(threads->lock());  // a listed record is not deleted
     for (VelListIter<ThreadData*> it(threads); it.hasNext();)
         GateBooks::noteCalls(it.next()->takeGatedCalls());
-    threads->exitLock();
 }
 
 long EventAgent::queuedEvents(VelList<ThreadData*>* threads) {
     long events = 0;
-    threads->enterLock();  // a listed record is not deleted
+    const VelLockGuard hold(threads->lock());  // a listed record is not deleted
     for (VelListIter<ThreadData*> it(threads); it.hasNext();) {
         const ThreadData* const thread = it.next();
         if (thread->getEvtQueue() != nullptr) events += thread->getEvtQueue()->size();
         if (thread->hasRefusedCounts()) ++events;
     }
-    threads->exitLock();
     return events;
 }

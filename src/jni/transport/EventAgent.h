@@ -68,6 +68,7 @@ private:
     friend class EvtAgentMgr;
     friend class EventAgentAccess;  // the benchmark of one pass
 
+    bool trySetUp(JNIEnv* env);
     void setUp(JNIEnv* env);
     void tearDown();
     void onePass(EvtAgentMgr* manager);
@@ -96,7 +97,7 @@ private:
     int dropRecordsFromQueue(ThreadData* thread, bool addDropRec, char** buff);
     void dropRecordsOnPSDown();
     void adjustDropQueueLimit();
-    bool addEventToBuffer(Event* event, char** buff);
+    bool addEventToBuffer(Event* event, char** buff) noexcept;
     void computeMemoryTaken();
     void updateDropRecordCounters(Event* event);
     void resetDropRecordCounters();

@@ -242,11 +242,10 @@ bool EvtAgentMgr::isManaged(ThreadData* thread) {
 }
 
 bool EvtAgentMgr::contains(VelList<ThreadData*>* list, const ThreadData* thread) {
-    list->enterLock();
-    bool found = false;
-    for (VelListIter<ThreadData*> it(list); !found && it.hasNext();) found = it.next() == thread;
-    list->exitLock();
-    return found;
+    const VelLockGuard hold(list->lock());
+    for (VelListIter<ThreadData*> it(list); it.hasNext();)
+        if (it.next() == thread) return true;
+    return false;
 }
 
 // --- the server comes and goes -------------------------------------------------------------------

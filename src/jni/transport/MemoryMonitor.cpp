@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <new>
 
 #include "event/ControlEvents.h"
 #include "event/GateBooks.h"
@@ -163,9 +164,13 @@ void MemoryMonitor::passClosedGate(JNIEnv* env) {
     }
     thread->countGatedCall();
     if (!GateBooks::mark(*thread)) return;
-    auto* const marker = new DroppedEvent(NOSTYPE);
-    marker->threadId_ = thread->getThreadIntId();
-    thread->appendEvent(marker);
+    try {
+        auto* const marker = new DroppedEvent(NOSTYPE);
+        marker->threadId_ = thread->getThreadIntId();
+        thread->appendEvent(marker);
+    } catch (const std::bad_alloc&) {
+        // Without a marker; the call has been counted.
+    }
 }
 
 void MemoryMonitor::reopenFor(JNIEnv* env) {

@@ -1,6 +1,7 @@
 #include "transport/NetworkAgent.h"
 
 #include <exception>
+#include <new>
 
 #include "event/LossBook.h"
 #include "foundation/Globals.h"
@@ -80,7 +81,13 @@ int NetworkAgent::sendData(const char* data, int size, const PacketInfo& info) {
     auto packet = std::make_unique<NetworkAgentData>(data, size, info);
     if (packet->getRecord() == nullptr) return RC_FAIL;
     addToTotal(size);  // before the append: whoever takes the packet out finds its bytes counted
-    if (!dataQueue_.append(packet.get())) {
+    bool queued = false;
+    try {
+        queued = dataQueue_.append(packet.get());
+    } catch (const std::bad_alloc&) {
+        VEL_DEBUG_MIN("sendData", "No memory for the queue");
+    }
+    if (!queued) {
         addToTotal(-size);
         VEL_DEBUG_MIN("sendData", "Queue full detected");
         return RC_FAIL;

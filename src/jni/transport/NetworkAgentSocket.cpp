@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 
 #include "event/LossBook.h"
 #include "foundation/Globals.h"
@@ -106,8 +107,12 @@ long NetworkAgent::sendToRemoteHost(const char* ptr, long nbytes) {
                                          [this] { return stopRequested(); }, &sent);
     writtenBytes_ += static_cast<std::uint64_t>(sent);
     if (error == 0) return nbytes;
-    logMessage(msg::kSocketWriteFailed, hostForLog(), portNumber_,
-               pssocket::errorText(error).c_str());
+    try {
+        logMessage(msg::kSocketWriteFailed, hostForLog(), portNumber_,
+                   pssocket::errorText(error).c_str());
+    } catch (const std::bad_alloc&) {
+        // No memory for the reason; the caller must learn of the failure all the same.
+    }
     return -1;
 }
 
