@@ -45,6 +45,9 @@ public:
         return taken;
     }
 
+    // What has been read since an earlier position.
+    Bytes since(std::size_t position) const { return {begin_ + position, at_}; }
+
     bool ranShort() const { return short_; }
     std::size_t position() const { return static_cast<std::size_t>(at_ - begin_); }
 

@@ -9,33 +9,36 @@
 
 namespace dc2ps {
 
-// 9, 10; the probe level stands before the fields.
+// 9, 10
 struct SqlCall : Timed {
+    static constexpr bool kLevelFirst = true;
     std::string_view dataSource, sql;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("dataSource", r.dataSource);
         f("sql", r.sql);
     }
 };
 
-// 33, 34; the probe level stands before the fields.
+// 33, 34
 struct JndiCall : Timed {
+    static constexpr bool kLevelFirst = true;
     std::string_view providerUrl, lookupName;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("providerUrl", r.providerUrl);
         f("lookupName", r.lookupName);
     }
 };
 
-// 35, 36; the probe level stands before the fields.
+// 35, 36
 struct MailCall : Timed {
+    static constexpr bool kLevelFirst = true;
     std::string_view serverUrl, subject;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("serverUrl", r.serverUrl);
         f("subject", r.subject);
@@ -46,7 +49,7 @@ struct MailCall : Timed {
 struct JcaCall : Timed {
     std::string_view eisName;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase == Phase::start) f("eisName", r.eisName);
     }
 };
@@ -54,9 +57,9 @@ struct JcaCall : Timed {
 // 25 to 32. Only receive and browse carry a selector.
 struct JmsCall : Timed {
     std::string_view server, destination, selector;
-    bool hasSelector() const { return type <= RecordType::jmsBrowseEnd; }
+    constexpr bool hasSelector() const { return type <= RecordType::jmsBrowseEnd; }
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("server", r.server);
         f("destination", r.destination);
@@ -68,7 +71,7 @@ struct JmsCall : Timed {
 struct JdoCall : Timed {
     std::string_view className, methodName, arguments;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("class", r.className);
         f("method", r.methodName);
@@ -81,7 +84,7 @@ struct MqCall : Timed {
     std::string_view queue, queueManager;
     std::uint8_t action = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase == Phase::start) {
             f("queue", r.queue);
             f("queueManager", r.queueManager);
@@ -96,7 +99,7 @@ struct GpsMqCall : Timed {
     RawBytes token;
     std::uint8_t action = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase == Phase::start) {
             f("queue", r.queue);
             f("token", r.token);
@@ -109,7 +112,7 @@ struct GpsMqCall : Timed {
 struct WsFault : Timed {
     std::string_view application, faultCode, faultText;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("application", r.application);
         f("faultCode", r.faultCode);
@@ -121,7 +124,7 @@ struct WsFault : Timed {
 struct PortalStep : Timed {
     std::int8_t methodId = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase == Phase::start) f("methodId", r.methodId);
     }
 };
@@ -130,7 +133,7 @@ struct PortalStep : Timed {
 struct PortalGateway : Timed {
     std::string_view pageName;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) f("pageName", r.pageName);
     }
 };
@@ -141,7 +144,7 @@ struct HeapAllocation : Timed {
     std::string_view className;
     std::int32_t line = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("methodId", r.methodId);
         f("class", r.className);
@@ -154,7 +157,7 @@ struct LockStep : Timed {
     std::uint32_t methodId = 0;
     std::string_view className;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("methodId", r.methodId);
         f("class", r.className);
@@ -169,7 +172,7 @@ struct LockContention : Timed {
     std::string_view ownerName, ownerApplication;
     std::uint32_t ownerMethodId = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("methodId", r.methodId);
         f("class", r.className);

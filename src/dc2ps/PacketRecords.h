@@ -14,7 +14,7 @@ struct PacketHeader {
     RecordType type{};
     std::int32_t recordCount = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("recordCount", r.recordCount);
     }
 };
@@ -27,8 +27,12 @@ struct AgentInit {
     std::uint8_t format = 0;      // always 1
     std::int64_t wallMillis = 0;  // the agent's clock, ms since 1970
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("version", r.version);
+        behindType(r, f);
+    }
+    template <class R, class F>
+    static constexpr void behindType(R& r, F&& f) {
         f("platform", r.platform);
         f("format", r.format);
         f("wallMillis", r.wallMillis);
@@ -44,7 +48,7 @@ struct ServerInit {
     std::string_view componentId, cluster, node, server;
     std::int32_t adminPort = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("kind", r.kind);
         f("major", r.version[0]);
         f("minor", r.version[1]);

@@ -20,7 +20,7 @@ struct MethodStep {
     WallTime time;
     std::int64_t cpuTime = 0;  // ns
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("thread", r.threadId);
         f("methodId", r.methodId);
         f("time", r.time);
@@ -38,7 +38,7 @@ struct Gc {
     std::int64_t usedSpace = 0;    // bytes
     std::int64_t totalSpace = 0;   // bytes
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("thread", r.threadId);
         f("time", r.time);
         if (r.phase == Phase::start) return;
@@ -56,7 +56,7 @@ struct Dropped {
     std::int32_t methodStarts = 0, methodEnds = 0;
     std::int32_t sqlStarts = 0, sqlEnds = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("thread", r.threadId);
         f("requestStarts", r.requestStarts);
         f("requestEnds", r.requestEnds);
@@ -74,7 +74,7 @@ struct Trace {
     std::string_view name;
     std::uint8_t probeLevel = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("time", r.time);
         f("name", r.name);
         f("probeLevel", r.probeLevel);
@@ -86,7 +86,7 @@ struct Exception {
     RecordType type{};
     std::string_view exception, className, methodName, stackTrace;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("exception", r.exception);
         f("class", r.className);
         f("method", r.methodName);
@@ -100,7 +100,7 @@ struct Sampling {
     std::array<std::int32_t, 4> rates{};
     std::uint8_t useDefault = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("rate0", r.rates[0]);
         f("rate1", r.rates[1]);
         f("rate2", r.rates[2]);
@@ -117,7 +117,7 @@ struct Ctg {
     std::int32_t count = 0;
     std::int64_t averageTime = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("gateway", r.gateway);
         f("ctgServer", r.server);
         f("program", r.program);
@@ -134,6 +134,12 @@ struct Mqi {
         std::int8_t callType = 0;
         std::int32_t count = 0;
         std::int64_t averageTime = 0;
+        template <class R, class F>
+        static constexpr void fields(R& r, F&& f) {
+            f("callType", r.callType);
+            f("count", r.count);
+            f("averageTime", r.averageTime);
+        }
     };
     RecordType type{};
     std::string_view queueManager, queue;
@@ -142,7 +148,7 @@ struct Mqi {
     Bytes elements;
     Element element(std::size_t index) const;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("queueManager", r.queueManager);
         f("queue", r.queue);
         f("snapshotTime", r.snapshotTime);
@@ -156,7 +162,7 @@ struct PortalAverage {
     std::int32_t count = 0;
     std::int64_t averageTime = 0;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("count", r.count);
         f("averageTime", r.averageTime);
     }
@@ -172,7 +178,7 @@ struct PortalCredentialVault {
     RecordType type{};
     CountAndAverage getCredential, setBinary, setUserPassword, createSlot, deleteSlot;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("getCredential", r.getCredential);
         f("setCredentialBinary", r.setBinary);
         f("setCredentialUserPassword", r.setUserPassword);
@@ -186,7 +192,7 @@ struct PortalContentAccess {
     RecordType type{};
     CountAndAverage getInputStream, getMarkup, getUrl, include;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("getInputStream", r.getInputStream);
         f("getMarkup", r.getMarkup);
         f("getURL", r.getUrl);
@@ -200,7 +206,7 @@ struct PortalMethodName {
     std::int8_t methodId = 0;
     std::string_view methodName;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("methodId", r.methodId);
         f("method", r.methodName);
     }
@@ -211,7 +217,7 @@ struct PsStatus {
     RecordType type{};
     std::string_view status;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("status", r.status);
     }
 };
@@ -222,6 +228,12 @@ struct ClassLoad {
     struct Method {
         std::uint32_t methodId = 0;
         std::string_view name, signature;
+        template <class R, class F>
+        static constexpr void fields(R& r, F&& f) {
+            f("methodId", r.methodId);
+            f("name", r.name);
+            f("signature", r.signature);
+        }
     };
     RecordType type{};
     std::uint32_t sequence = 0;  // order of loading; the same in both records of a class
@@ -235,7 +247,7 @@ struct ClassLoad {
         for (std::int32_t i = 0; i < methodCount; ++i) visit(methodAt(at));
     }
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("sequence", r.sequence);
         f("class", r.className);
         f("methodCount", r.methodCount);
@@ -247,14 +259,15 @@ private:
 
 // 12: the class is named by its id here.
 struct ClassUnload {
+    static constexpr std::size_t kMethodBytes = 4;  // int id
     RecordType type{};
     std::uint32_t sequence = 0;  // order of loading; the same in both records of a class
     std::uint32_t classId = 0;
     std::int32_t methodCount = 0;  // checked: not negative, and methodIds holds as many
-    Bytes methodIds;               // four bytes each
+    Bytes methodIds;
     std::uint32_t methodId(std::size_t index) const;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         f("sequence", r.sequence);
         f("classId", r.classId);
         f("methodCount", r.methodCount);

@@ -29,6 +29,8 @@ enum class Decoded : std::uint8_t {
     garbage    // what stands here is no record; fault() says why
 };
 
+class FieldReader;
+
 class RecordDecoder {
 public:
     struct Fault {
@@ -49,8 +51,6 @@ public:
     const Fault& fault() const { return fault_; }
 
 private:
-    class Reading;
-
     // How far a class-load record that arrives in pieces has been looked at, so that many small
     // pieces do not make the same methods be walked over again and again.
     struct ClassScan {
@@ -58,18 +58,18 @@ private:
         std::int32_t methodsLeft = 0;
     };
 
-    template <class R>
-    Decoded timed(Bytes untrusted, Record& out, Phase phase);
-    template <class R>
-    Decoded plain(Bytes untrusted, Record& out, Phase phase = Phase::start);
+    template <class Layout>
+    Decoded whole(Bytes untrusted, Record& out);
     Decoded packetHeader(Bytes untrusted, Record& out);
-    Decoded agentInit(Bytes untrusted, Record& out);
-    Decoded mqi(Bytes untrusted, Record& out);
-    Decoded classLoad(Bytes untrusted, Record& out);
-    Decoded classUnload(Bytes untrusted, Record& out);
+    // The elements behind the fields of three kinds. False: garbage() has been called.
+    bool takeElements(FieldReader& in, Mqi& r);
+    bool takeElements(FieldReader& in, ClassLoad& r);
+    bool takeElements(FieldReader& in, ClassUnload& r);
+    bool credible(const FieldReader& in, std::int32_t count, std::size_t bytesEach,
+                  const char* elements);
     Decoded garbage(std::size_t offset, std::string reason);
-    Decoded finish(Reading& in, Bytes untrusted);
-    bool overLimit(const Reading& in) const;
+    Decoded finish(FieldReader& in, Bytes untrusted);
+    bool overLimit(const FieldReader& in) const;
 
     Limits limits_;
     std::size_t size_ = 0;

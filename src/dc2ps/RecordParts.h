@@ -6,13 +6,11 @@
 #include <span>
 #include <string_view>
 
-#include "dc2ps/RecordType.h"
+#include "dc2ps/RecordRows.h"
 
 namespace dc2ps {
 
 using Bytes = std::span<const std::uint8_t>;
-
-enum class Phase : std::uint8_t { start, end, error };
 
 // Wall-clock time of capture. The microseconds are untrusted and may exceed 999999.
 struct WallTime {
@@ -31,6 +29,9 @@ struct Timed {
     std::uint32_t threadId = 0;
     WallTime time;
     std::int64_t cpuTime = 0;  // CPU time of the thread, ns
+
+    // Three kinds, which say so, put the probe level before their fields.
+    static constexpr bool kLevelFirst = false;
 };
 
 // Bytes that are not text.
@@ -40,5 +41,8 @@ struct RawBytes {
 
 // A correlation token: exactly four bytes, the most significant first.
 struct Token : RawBytes {};
+
+// A type number that no agent sends.
+struct NoLayout {};
 
 }  // namespace dc2ps

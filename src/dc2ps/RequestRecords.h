@@ -13,7 +13,7 @@ struct ServletRequest : Timed {
     std::uint8_t named = 0;  // 0: both names are empty because they equal the url
     std::string_view name, application, url, user;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("named", r.named);
         f("name", r.name);
@@ -28,7 +28,7 @@ struct NamedRequest : Timed {
     std::uint8_t named = 0;
     std::string_view name, application, url;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("named", r.named);
         f("name", r.name);
@@ -41,7 +41,7 @@ struct NamedRequest : Timed {
 struct GpsRequest : Timed {
     Token token;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase == Phase::start) f("token", r.token);
     }
 };
@@ -50,7 +50,7 @@ struct GpsRequest : Timed {
 struct PortalRequest : Timed {
     std::string_view name, application, url, user;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("name", r.name);
         f("application", r.application);
@@ -63,7 +63,7 @@ struct PortalRequest : Timed {
 struct WebServiceRequest : Timed {
     std::string_view application, name, url;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("application", r.application);
         f("name", r.name);
@@ -78,7 +78,7 @@ struct IiopRequest : Timed {
     std::int32_t methodMapKey = 0;
     std::string_view methodName;
     template <class R, class F>
-    static void fields(R& r, F&& f) {
+    static constexpr void fields(R& r, F&& f) {
         if (r.phase != Phase::start) return;
         f("class", r.className);
         f("methodMapKey", r.methodMapKey);
