@@ -84,6 +84,60 @@ enum EventType : std::int16_t {
     WS_FAULT = 50,
 };
 
+// Which class carries a kind. Dispatch and encoder are made from this list, X(kind, class); a kind
+// that is missing does not compile.
+#define VELORA_EVENT_CLASSES(X)                                  \
+    X(CLASS, ClassEvent)                                         \
+    X(METHOD, MethodEvent)                                       \
+    X(SERVLET, ServletEvent)                                     \
+    X(EJB, EJBEvent)                                             \
+    X(TRACE, TraceEvent)                                         \
+    X(SQL, SQLEvent)                                             \
+    X(GC, GCEvent)                                               \
+    X(JMS, JMSEvent)                                             \
+    X(JCA, JCAEvent)                                             \
+    X(JNDI, JNDIEvent)                                           \
+    X(MAIL, MailEvent)                                           \
+    X(SAMPLING, SamplingEvent)                                   \
+    X(GPS, GPSEvent)                                             \
+    X(DROPPED, DroppedEvent)                                     \
+    X(CTG, CTGEvent)                                             \
+    X(MQI, MQIEvent)                                             \
+    X(PORTAL_AUTH, PortalAuthAcEvent)                            \
+    X(PORTAL_CREDENTIALVAULT, PortalCredentialVaultEvent)        \
+    X(PORTAL_CONTENTACCESS, PortalContentAccessEvent)            \
+    X(PORTAL_PAGE, PortalPageEvent)                              \
+    X(PORTAL_PORTLET, PortalPortletEvent)                        \
+    X(PSSTATUS, PSStatusEvent)                                   \
+    X(EXCEPTION, ExceptionEvent)                                 \
+    X(MQ, MQEvent)                                               \
+    X(GPSMQ, GPSMQEvent)                                         \
+    X(DOVERBFOR, DoVerbForEvent)                                 \
+    X(POLLFOREVENTS, PollForEvent)                               \
+    X(HEAP, HeapEvent)                                           \
+    X(LOCK_ACQUISITION, LockAcquisitionEvent)                    \
+    X(LOCK_CONTENTION, LockContentionEvent)                      \
+    X(LOCK_RELEASE, LockReleaseEvent)                            \
+    X(PORTAL_GATEWAY_SERVLET, PortalAggregateDataEvent)          \
+    X(PORTAL_AUTHENTICATION, PortalAuthenticationEvent)          \
+    X(PORTAL_AUTHORIZATION, PortalAuthorizationEvent)            \
+    X(PORTAL_MODEL_BUILDING_REQUEST, PortalModelBuildingEvent)   \
+    X(PORTAL_PAGE_LOADING_REQUEST, PortalPageLoadingEvent)       \
+    X(PORTAL_PAGE_RENDERING_REQUEST, PortalPageRenderingEvent)   \
+    X(PORTAL_ACTION_REQUEST, PortalActionEvent)                  \
+    X(PORTAL_GATEWAY_SERVLET_REQUEST, PortalGatewayServletEvent) \
+    X(PORTAL_METHOD_CONSTANT, PortalMethodConstantEvent)         \
+    X(JDO, JDOEvent)                                             \
+    X(WS_CLIENT, WSClientEvent)                                  \
+    X(WS_PROVIDER, WSProviderEvent)                              \
+    X(WS_FAULT, WSFaultEvent)
+
+// Further kinds of a class of the list above.
+#define VELORA_SISTER_KINDS(X)                         \
+    X(PORTAL_AC, PortalAuthAcEvent)                    \
+    X(PORTAL_MODEL_BUILDING, PortalAggregateDataEvent) \
+    X(PORTAL_PAGE_LOADING, PortalAggregateDataEvent)
+
 class Event {
 public:
     Event(EventType type, EventSubType subType, int cost)
@@ -127,18 +181,19 @@ public:
                type_ != PORTAL_METHOD_CONSTANT;
     }
 
-    // An upper bound of the bytes that addToBuffer() writes. Walks the texts (and a class's
-    // methods).
-    std::size_t encodedBound() const;
+    // The bytes that addToBuffer() writes; 0 where it refuses. Walks the texts (and a class's
+    // methods). Exact, but for a CommonEvent that sends its method name only once: measured with
+    // the name.
+    std::size_t encodedSize() const;
 
-    // No record except those of CLASS and MQI events is longer than this: five texts of 65535 bytes
-    // and their lengths, and the numbers.
+    // No record except those of CLASS and MQI events is longer than this (the encoder checks it
+    // when it is compiled): five texts of 65535 bytes and their lengths, and the numbers.
     static constexpr std::size_t kMaxTextRecord = 5 * (2 + 65535) + 128;
 
     // Whether the record surely fits into room bytes; looks at the texts only when room is scarce.
     bool fits(std::size_t room) const {
         if (room >= kMaxTextRecord && type_ != CLASS && type_ != MQI) return true;
-        return encodedBound() <= room;
+        return encodedSize() <= room;
     }
 
     std::uint32_t threadId_ = 0;  // ThreadData::threadIntId_ of the producing thread

@@ -1,25 +1,20 @@
-// The encoder's beginnings: its one object, the records that open a packet or a connection, dumps.
-// One function per kind of record, one line per field, stand in ProtocolRequests.cpp,
-// ProtocolResources.cpp, ProtocolPortal.cpp and ProtocolVm.cpp; docs/WIRE.md draws the same
-// records.
-//
-// The functions that write records carry no trace line: they run once per event in the agents'
-// innermost loop, and the event agent traces each packet.
+// The encoder's one object, the records that open a packet or a connection, dumps. The records of
+// events stand in EventRecords.cpp.
 #include "event/ProtocolVisitor.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <string>
 
-#include "event/RecordParts.h"
+#include "dc2ps/RecordWriter.h"
 #include "foundation/Globals.h"
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
 
-using namespace recordparts;
+using dc2ps::RecordType;
+using dc2ps::text;
 
 namespace {
 
@@ -37,15 +32,14 @@ std::string dumpLine(int number, const char* bytes, int length) {
     return line + "]\n";
 }
 
-}  // namespace
-
-bool recordparts::refuseNoRecord(const Event& event, int action) {
-    static std::atomic<bool> told[WS_FAULT + 1];
-    if (event.type_ < 0 || event.type_ > WS_FAULT) return false;
-    if (!told[event.type_].exchange(true, std::memory_order_relaxed))
-        logMessage(msg::kNoRecordForPhase, event.type_, event.subType_, action);
-    return false;
+template <class Layout>
+void write(const Layout& record, char** buf) {
+    dc2ps::FieldWriter out(*buf);
+    dc2ps::putRecord(out, record);
+    *buf = out.at();
 }
+
+}  // namespace
 
 ProtocolVisitor::ProtocolVisitor() : VeloraBase("ProtocolVisitor") {
 }
@@ -75,10 +69,7 @@ void ProtocolVisitor::stop() {
 }
 
 void ProtocolVisitor::addPacketHeaderRecord(int packet_record_count, char** buf) {
-    WireWriter out(buf);
-    out.putByte(DC2PS_HEADER_RECORD);
-    out.putInt(static_cast<std::uint32_t>(packet_record_count));
-    finish(out);
+    write(dc2ps::PacketHeader{RecordType::header, packet_record_count}, buf);
 }
 
 void ProtocolVisitor::addInitRecord(char** buf) {
@@ -86,13 +77,13 @@ void ProtocolVisitor::addInitRecord(char** buf) {
     std::uint32_t sec = 0;
     std::uint32_t usec = 0;
     getCurrentTime(&sec, &usec);
-    WireWriter out(buf);
-    out.putInt(2000);
-    out.putByte(100);
-    out.putByte(getPlatformId());
-    out.putByte(1);
-    out.putLong(std::int64_t{sec} * 1000 + usec / 1000);  // ms
-    finish(out);
+    dc2ps::AgentInit r;
+    r.type = RecordType::agentInit;
+    r.version = 2000;
+    r.platform = static_cast<std::uint8_t>(getPlatformId());
+    r.format = 1;
+    r.wallMillis = std::int64_t{sec} * 1000 + usec / 1000;
+    write(r, buf);
 }
 
 void ProtocolVisitor::addJ2EEInitRecord(char** buf, JNIEnv* env) {
@@ -104,36 +95,41 @@ void ProtocolVisitor::addJ2EEInitRecord(char** buf, JNIEnv* env) {
     char fullName[256];
     const bool named = getFullAppServerName(env, fullName, sizeof fullName);
 
-    WireWriter out(buf);
-    out.putByte(101);
-    out.putByte(200);
-    out.putByte(major);
-    out.putByte(minor);
-    out.putByte(micro);
-    out.writeString(Identity::componentId());
-    out.writeString("<NO CLUSTER NAME>");
-    out.writeString(Identity::nodeName());
+    dc2ps::ServerInit r;
+    r.type = RecordType::serverInit;
+    r.kind = 200;
+    r.version = {static_cast<std::uint8_t>(major), static_cast<std::uint8_t>(minor),
+                 static_cast<std::uint8_t>(micro)};
+    r.componentId = text(Identity::componentId());
+    r.cluster = "<NO CLUSTER NAME>";
+    r.node = text(Identity::nodeName());
     // Intended: the plain server name also where a profile is set; the server knows it under this
     // one.
-    out.writeString(named ? fullName : Identity::appServerName());
-    out.putInt(static_cast<std::uint32_t>(Identity::adminPort()));
-    finish(out);
+    r.server = text(named ? fullName : Identity::appServerName());
+    r.adminPort = Identity::adminPort();
+    write(r, buf);
 }
 
 void ProtocolVisitor::addStandaloneInitRecord(char** buf) {
     VEL_TRACE("addStandaloneInitRecord(char**)");
-    WireWriter out(buf);
-    out.putByte(107);
-    out.putByte(204);
-    out.putByte(1);
-    out.putByte(1);
-    out.putByte(1);
-    out.writeString(Identity::componentId());
-    // Intended: server before node, the other way round than for an application server.
-    out.writeString(Identity::appServerName());
-    out.writeString(Identity::nodeName());
-    out.putInt(static_cast<std::uint32_t>(Identity::adminPort()));
-    finish(out);
+    dc2ps::ServerInit r;
+    r.type = RecordType::standaloneInit;
+    r.kind = 204;
+    r.version = {1, 1, 1};
+    r.componentId = text(Identity::componentId());
+    r.server = text(Identity::appServerName());
+    r.node = text(Identity::nodeName());
+    r.adminPort = Identity::adminPort();
+    write(r, buf);
+}
+
+int ProtocolVisitor::getRecordType(EventType type, EventSubType subType) {
+    const bool start = subType == START;
+    if (type == IIOP_CLIENT)
+        return start ? DC2PS_IIOP_CLIENT_START_RECORD : DC2PS_IIOP_CLIENT_END_RECORD;
+    if (type == IIOP_SERVER)
+        return start ? DC2PS_IIOP_SERVER_START_RECORD : DC2PS_IIOP_SERVER_END_RECORD;
+    return -1;
 }
 
 void ProtocolVisitor::printRecord(const char* record, int length) {

@@ -400,7 +400,7 @@ bool EventAgent::addEventToBuffer(Event* event, char** buff) noexcept {
 void EventAgent::noteTooLarge(const Event* event) {
     if (tooLargeKinds_.insert(event->getType()).second)
         logMessage(msg::kRecordTooLarge, static_cast<int>(event->getType()),
-                   static_cast<long>(event->encodedBound()), packetBytes());
+                   static_cast<long>(event->encodedSize()), packetBytes());
 }
 
 void EventAgent::credit(ThreadData* thread, const Event* event) {
