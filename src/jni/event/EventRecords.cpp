@@ -102,43 +102,57 @@ Layout plain(Type type) {
     return r;
 }
 
-// A unit of work. fillStart(r) sets the fields that only a START has: the ends, half of all events,
-// do not even look at their texts.
-template <class Layout, class FillStart>
-Layout timed(const Event& event, Type type, int depth, const FillStart& fillStart) {
+struct FillNothing {
+    void operator()(auto&) const {}
+};
+
+// Hands on a unit of work. fillStart(r) sets the fields that only a START has: the ends, half of
+// all events, do not even look at their texts. fillEach(r) sets what any phase has.
+//
+// Phase by phase, so that the compiler makes of an end the few moves that it is; and the frame
+// last, so that its numbers need not be kept while texts are measured.
+template <class Layout, class Put, class FillStart, class FillEach = FillNothing>
+bool timed(Put& to, const Event& event, Type type, int depth, const FillStart& fillStart,
+           const FillEach& fillEach = {}) {
     auto r = plain<Layout>(type);
-    r.threadId = event.threadId_;
-    r.depth = static_cast<std::uint8_t>(depth);
-    r.time = {event.timeSec_, event.timeUSec_};
-    r.cpuTime = event.cpuTime_;
-    r.probeLevel = static_cast<std::uint8_t>(ProbeState::level());
-    if (r.phase == Phase::start) fillStart(r);
-    return r;
+    const auto putFramed = [&] {
+        r.threadId = event.threadId_;
+        r.depth = static_cast<std::uint8_t>(depth);
+        r.time = {event.timeSec_, event.timeUSec_};
+        r.cpuTime = event.cpuTime_;
+        r.probeLevel = static_cast<std::uint8_t>(ProbeState::level());
+        return to(r);
+    };
+    fillEach(r);
+    if (r.phase != Phase::start) return putFramed();
+    fillStart(r);
+    return putFramed();
 }
 
 // --- requests ------------------------------------------------------------------------------------
 
-bool sameText(const char* one, const char* other) {
-    if (one == other) return true;
-    return one != nullptr && other != nullptr && std::strcmp(one, other) == 0;
+// A text without data is the same as another such, but not as an empty one.
+bool sameText(std::string_view one, std::string_view other) {
+    return (one.data() == nullptr) == (other.data() == nullptr) && one == other;
 }
 
 // A flag and two names; names that only repeat the url are not sent.
 template <class Layout>
 void fillNames(Layout& r, const RequestEvent& e) {
-    r.named = !sameText(e.request_name, e.url) || !sameText(e.application_name, e.url);
-    r.name = r.named ? text(e.request_name) : "";
-    r.application = r.named ? text(e.application_name) : "";
+    r.name = text(e.request_name);
+    r.application = text(e.application_name);
     r.url = text(e.url);
+    r.named = !sameText(r.name, r.url) || !sameText(r.application, r.url);
+    if (!r.named) r.name = r.application = "";
 }
 
 template <class Put>
 bool put(const ServletEvent& e, Put& to) {
     const Type type = e.subType_ == ERRORS ? Type::servletError : startOrEnd(e, Type::servletStart);
-    return to(timed<ServletRequest>(e, type, e.servletDepth, [&](auto& r) {
+    return timed<ServletRequest>(to, e, type, e.servletDepth, [&](auto& r) {
         fillNames(r, e);
         r.user = text(e.userName);
-    }));
+    });
 }
 
 template <class Put>
@@ -146,7 +160,7 @@ bool putNamed(const RequestEvent& e, Type start, Put& to) {
     const Type type = strictStartOrEnd(e, start);
     if (type == kNoRecord) [[unlikely]]
         return to.refuse(e);
-    return to(timed<NamedRequest>(e, type, e.servletDepth, [&](auto& r) { fillNames(r, e); }));
+    return timed<NamedRequest>(to, e, type, e.servletDepth, [&](auto& r) { fillNames(r, e); });
 }
 
 template <class Put>
@@ -169,12 +183,12 @@ bool putPortal(const RequestEvent& e, Type start, Put& to) {
     const Type type = strictStartOrEnd(e, start);
     if (type == kNoRecord) [[unlikely]]
         return to.refuse(e);
-    return to(timed<PortalRequest>(e, type, e.servletDepth, [&](auto& r) {
+    return timed<PortalRequest>(to, e, type, e.servletDepth, [&](auto& r) {
         r.name = text(e.request_name);
         r.application = text(e.application_name);
         r.url = text(e.url);
         r.user = text(e.userName);
-    }));
+    });
 }
 
 template <class Put>
@@ -189,11 +203,11 @@ bool put(const PortalPortletEvent& e, Put& to) {
 
 template <class Put>
 bool putWebService(const RequestEvent& e, Type start, Put& to) {
-    return to(timed<WebServiceRequest>(e, startOrEnd(e, start), e.servletDepth, [&](auto& r) {
+    return timed<WebServiceRequest>(to, e, startOrEnd(e, start), e.servletDepth, [&](auto& r) {
         r.application = text(e.application_name);
         r.name = text(e.request_name);
         r.url = text(e.url);
-    }));
+    });
 }
 
 template <class Put>
@@ -209,11 +223,11 @@ bool put(const WSProviderEvent& e, Put& to) {
 template <class Put>
 bool put(const WSFaultEvent& e, Put& to) {
     const Type type = startOrEnd(e, Type::wsFaultStart);
-    return to(timed<WsFault>(e, type, e.servletDepth, [&](auto& r) {
+    return timed<WsFault>(to, e, type, e.servletDepth, [&](auto& r) {
         r.application = text(e.appName);
         r.faultCode = text(e.faultCode);
         r.faultText = text(e.faultString);
-    }));
+    });
 }
 
 template <class Put>
@@ -254,9 +268,9 @@ bool put(const GPSEvent& e, Put& to) {
     // restart.
     if constexpr (Put::kWrites)
         if (isStart(e)) GPSTokenUtils::noteToken(e.token);
-    return to(timed<GpsRequest>(e, type, e.servletDepth, [&](auto& r) {
+    return timed<GpsRequest>(to, e, type, e.servletDepth, [&](auto& r) {
         r.token.bytes = {token, sizeof token};
-    }));
+    });
 }
 
 // What a subclass adds to its START has no field of its own.
@@ -281,12 +295,12 @@ bool put(CommonEvent& e, Put& to) {
     char custom[CommonEvent::kMaxCustomData];
     char* end = custom;
     if (isStart(e) && !e.addCustomDataToBuffer(&end)) return false;
-    to(timed<CommonCall>(e, static_cast<Type>(type), e.depth, [&](auto& r) {
+    timed<CommonCall>(to, e, static_cast<Type>(type), e.depth, [&](auto& r) {
         r.className = text(e.className);
         r.methodMapKey = key;
         r.methodName = known ? "" : text(e.methodName);
         r.custom.bytes = {custom, static_cast<std::size_t>(end - custom)};
-    }));
+    });
     // Two agents that name a kind at the same moment both send the name: harmless.
     if (Put::kWrites && mapped && !known) CommonEvent::setMaped(key);
     return true;
@@ -296,32 +310,32 @@ bool put(CommonEvent& e, Put& to) {
 
 template <class Put>
 bool put(const SQLEvent& e, Put& to) {
-    return to(timed<SqlCall>(e, startOrEnd(e, Type::sqlStart), e.servletDepth, [&](auto& r) {
+    return timed<SqlCall>(to, e, startOrEnd(e, Type::sqlStart), e.servletDepth, [&](auto& r) {
         r.dataSource = text(e.data_source_name);
         r.sql = text(e.sql);
-    }));
+    });
 }
 
 template <class Put>
 bool put(const JNDIEvent& e, Put& to) {
-    return to(timed<JndiCall>(e, startOrEnd(e, Type::jndiStart), e.depth, [&](auto& r) {
+    return timed<JndiCall>(to, e, startOrEnd(e, Type::jndiStart), e.depth, [&](auto& r) {
         r.providerUrl = text(e.providerURL);
         r.lookupName = text(e.lookupName);
-    }));
+    });
 }
 
 template <class Put>
 bool put(const MailEvent& e, Put& to) {
-    return to(timed<MailCall>(e, startOrEnd(e, Type::mailStart), e.depth, [&](auto& r) {
+    return timed<MailCall>(to, e, startOrEnd(e, Type::mailStart), e.depth, [&](auto& r) {
         r.serverUrl = text(e.serverURL);
         r.subject = text(e.subject);
-    }));
+    });
 }
 
 template <class Put>
 bool put(const JCAEvent& e, Put& to) {
-    return to(timed<JcaCall>(e, startOrEnd(e, Type::jcaStart), e.depth,
-                             [&](auto& r) { r.eisName = text(e.eisName); }));
+    return timed<JcaCall>(to, e, startOrEnd(e, Type::jcaStart), e.depth,
+                          [&](auto& r) { r.eisName = text(e.eisName); });
 }
 
 Type startOf(const JMSEvent& e) {
@@ -344,30 +358,30 @@ bool put(const JMSEvent& e, Put& to) {
     const Type start = startOf(e);
     if (start == kNoRecord) [[unlikely]]
         return to.refuse(e, e.action);
-    return to(timed<JmsCall>(e, startOrEnd(e, start), e.depth, [&](auto& r) {
+    return timed<JmsCall>(to, e, startOrEnd(e, start), e.depth, [&](auto& r) {
         r.server = text(e.serverName);
         r.destination = text(e.queueOrTopicName);
         r.selector = text(e.selector);
-    }));
+    });
 }
 
 template <class Put>
 bool put(const JDOEvent& e, Put& to) {
-    return to(timed<JdoCall>(e, startOrEnd(e, Type::jdoStart), e.depth, [&](auto& r) {
+    return timed<JdoCall>(to, e, startOrEnd(e, Type::jdoStart), e.depth, [&](auto& r) {
         r.className = text(e.className);
         r.methodName = text(e.methodName);
         r.arguments = text(e.argumentString);
-    }));
+    });
 }
 
 template <class Put>
 bool put(const MQEvent& e, Put& to) {
-    auto r = timed<MqCall>(e, startOrEnd(e, Type::mqStart), e.depth, [&](auto& start) {
-        start.queue = text(e.queueName);
-        start.queueManager = text(e.queueMgrName);
-    });
-    r.action = static_cast<std::uint8_t>(e.action);
-    return to(r);
+    const auto fillStart = [&](auto& r) {
+        r.queue = text(e.queueName);
+        r.queueManager = text(e.queueMgrName);
+    };
+    return timed<MqCall>(to, e, startOrEnd(e, Type::mqStart), e.depth, fillStart,
+                         [&](auto& r) { r.action = static_cast<std::uint8_t>(e.action); });
 }
 
 Type startOf(const GPSMQEvent& e) {
@@ -386,15 +400,15 @@ bool put(const GPSMQEvent& e, Put& to) {
     const Type start = startOf(e);
     if (start == kNoRecord) [[unlikely]]
         return to.refuse(e, e.action);
-    auto r = timed<GpsMqCall>(e, startOrEnd(e, start), e.depth, [&](auto& first) {
-        first.queue = text(e.queueName);
-        first.token.bytes = "";
+    const auto fillStart = [&](auto& r) {
+        r.queue = text(e.queueName);
+        r.token.bytes = "";
         if (e.gpsToken != nullptr && e.arrLength > 0)
-            first.token.bytes = {reinterpret_cast<const char*>(e.gpsToken),
-                                 static_cast<std::size_t>(e.arrLength)};
-    });
-    r.action = static_cast<std::uint8_t>(e.action);
-    return to(r);
+            r.token.bytes = {reinterpret_cast<const char*>(e.gpsToken),
+                             static_cast<std::size_t>(e.arrLength)};
+    };
+    return timed<GpsMqCall>(to, e, startOrEnd(e, start), e.depth, fillStart,
+                            [&](auto& r) { r.action = static_cast<std::uint8_t>(e.action); });
 }
 
 template <class Put>
@@ -429,10 +443,10 @@ bool put(const MQIEvent& e, Put& to) {
 
 template <class Put>
 bool putLock(const LockEvent& e, Type start, Put& to) {
-    return to(timed<LockStep>(e, startOrEnd(e, start), e.depth, [&](auto& r) {
+    return timed<LockStep>(to, e, startOrEnd(e, start), e.depth, [&](auto& r) {
         r.methodId = low32(e.method_id);
         r.className = text(e.className);
-    }));
+    });
 }
 
 template <class Put>
@@ -448,31 +462,31 @@ bool put(const LockReleaseEvent& e, Put& to) {
 template <class Put>
 bool put(const LockContentionEvent& e, Put& to) {
     const Type type = startOrEnd(e, Type::lockContendStart);
-    return to(timed<LockContention>(e, type, e.depth, [&](auto& r) {
+    return timed<LockContention>(to, e, type, e.depth, [&](auto& r) {
         r.methodId = low32(e.method_id);
         r.className = text(e.className);
         r.ownerType = e.owningRequestType;
         r.ownerName = text(e.owningRequestName);
         r.ownerApplication = text(e.owningApplicationName);
         r.ownerMethodId = low32(e.owning_method_id);
-    }));
+    });
 }
 
 template <class Put>
 bool put(const HeapEvent& e, Put& to) {
-    return to(timed<HeapAllocation>(e, startOrEnd(e, Type::heapStart), e.depth, [&](auto& r) {
+    return timed<HeapAllocation>(to, e, startOrEnd(e, Type::heapStart), e.depth, [&](auto& r) {
         r.methodId = low32(e.method_id);
         r.className = text(e.instantiated_class_name);
         r.line = e.line_number;
-    }));
+    });
 }
 
 // --- a portal's steps and summaries --------------------------------------------------------------
 
 template <class Step, class Put>
 bool putStep(const Step& e, Type start, Put& to) {
-    return to(timed<PortalStep>(e, startOrEnd(e, start), e.depth,
-                                [&](auto& r) { r.methodId = e.methodId; }));
+    return timed<PortalStep>(to, e, startOrEnd(e, start), e.depth,
+                             [&](auto& r) { r.methodId = e.methodId; });
 }
 
 template <class Put>
@@ -509,9 +523,9 @@ bool put(const PortalActionEvent& e, Put& to) {
 template <class Put>
 bool put(const PortalGatewayServletEvent& e, Put& to) {
     const Type type = startOrEnd(e, Type::portalGatewayStart);
-    auto r = timed<PortalGateway>(e, type, e.depth, [](auto&) {});
-    if (!isStart(e)) r.pageName = e.pageName == nullptr ? "PageNameUnknown" : e.pageName;
-    return to(r);
+    return timed<PortalGateway>(to, e, type, e.depth, FillNothing(), [&](auto& r) {
+        r.pageName = e.pageName == nullptr ? "PageNameUnknown" : e.pageName;
+    });
 }
 
 template <class Summary, class Put>
