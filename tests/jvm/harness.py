@@ -11,6 +11,7 @@ import re
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import tempfile
 import threading
@@ -290,3 +291,51 @@ class RudeServer:
         self.socket.close()
         for connection in self.held:
             connection.close()
+
+
+class CuttingProxy:
+    """Forwards connections to a Publish Server and resets them: each one once it has carried the next number of cuts
+    (bytes). Everything that the proxy's system has acknowledged still arrives: before the reset the sender has filled
+    the receive buffer, which is then looked at without making room in it."""
+
+    def __init__(self, target_port, cuts):
+        self.target_port, self.cuts = target_port, list(cuts)
+        self.done = 0  # connections that were cut
+        self.socket = socket.socket()
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8192)  # inherited by what is accepted
+        self.socket.bind(("127.0.0.1", 0))
+        self.socket.listen()
+        self.address = f"127.0.0.1:{self.socket.getsockname()[1]}"
+        threading.Thread(target=self._serve, daemon=True).start()
+
+    def _serve(self):
+        while True:
+            try:
+                connection, _ = self.socket.accept()
+            except OSError:
+                return
+            with connection, socket.create_connection(("127.0.0.1", self.target_port)) as target:
+                self._forward(connection, target, self.cuts.pop(0) if self.cuts else None)
+
+    def _forward(self, connection, target, most):
+        carried = 0
+        while most is None or carried < most:
+            data = connection.recv(4096)
+            if not data:
+                return
+            target.sendall(data)
+            carried += len(data)
+        last, held = None, b""
+        while last != held:
+            last = held
+            time.sleep(0.3)
+            try:
+                held = connection.recv(1 << 20, socket.MSG_PEEK | socket.MSG_DONTWAIT)
+            except BlockingIOError:
+                held = b""
+        target.sendall(held)
+        connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        self.done += 1
+
+    def close(self):
+        self.socket.close()

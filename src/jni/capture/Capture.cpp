@@ -159,6 +159,7 @@ struct Statement {
         event->data_source_name = attach(*event, env, texts[0]);
         const javatext::Text sql = texts[1].copy(env, MemoryMonitor::getSQLLimit());
         event->sql = sql.chars;
+        event->noteText(sql.length);
         if (texts[1].text != nullptr && !MemoryMonitor::avgSQLCalculated())
             MemoryMonitor::sqlRequest(sql.length);
         event->size_ = MemoryMonitor::getSQLSize();

@@ -28,9 +28,16 @@ void charge(Event& event, int bytes) {
     event.size_ = static_cast<std::int16_t>(std::min(event.size_ + bytes, kMost));
 }
 
+char* copyText(JNIEnv* env, Event& event, const CallText& text) {
+    const javatext::Text copied = text.copy(env, MemoryMonitor::getURLLimit());
+    event.noteText(copied.length);
+    return copied.chars;
+}
+
 char* attach(Event& event, JNIEnv* env, const CallText& text, int limit) {
     const javatext::Text copied = text.copy(env, limit > 0 ? limit : MemoryMonitor::getURLLimit());
     charge(event, copied.length - 1);
+    event.noteText(copied.length);
     return copied.chars;
 }
 

@@ -38,6 +38,9 @@ inline void stamp(Event& event, ThreadData* thread) {
 // the URL limit), its length added to the event's cost, or a registered text. Never null.
 [[nodiscard]] char* attach(Event& event, JNIEnv* env, const CallText& text, int limit = 0);
 
+// The same without a charge: a request is charged its URL's average length for all its texts.
+[[nodiscard]] char* copyText(JNIEnv* env, Event& event, const CallText& text);
+
 // Charges bytes to the event; the cost stays at its greatest value rather than wrap.
 void charge(Event& event, int bytes);
 

@@ -54,6 +54,7 @@ void takeToken(JNIEnv* env, ThreadData& thread, GPSEvent& event, jstring request
     const javatext::Text name =
         javatext::copy(env, requestName, MemoryMonitor::getURLLimit(), kTokenText);
     event.request_name = name.chars;
+    event.noteText(name.length);
     // At least a token's bytes: whoever takes the token out takes that many.
     const auto length = static_cast<std::size_t>(name.length) - 1;
     auto* const token = new jbyte[std::max<std::size_t>(length, kTokenBytes)]();
@@ -73,20 +74,22 @@ bool settleToken(JNIEnv* env, ThreadData& thread, GPSEvent& event, jstring reque
     return true;
 }
 
-char* copyName(JNIEnv* env, const CallText& name, [[maybe_unused]] const char* noteWhenNull) {
+char* copyName(JNIEnv* env, Event& event, const CallText& name,
+               [[maybe_unused]] const char* noteWhenNull) {
     if (name.isNull()) {
         VEL_DEBUG_MIN("sendRequest", "%s", noteWhenNull);
         return emptyText();
     }
-    return name.copy(env, MemoryMonitor::getURLLimit()).chars;
+    return capture::copyText(env, event, name);
 }
 
-char* copyUrl(JNIEnv* env, const CallText& url) {
+char* copyUrl(JNIEnv* env, Event& event, const CallText& url) {
     if (url.isNull()) {
         VEL_DEBUG_MIN("sendRequest", "url is null");
         return emptyText();
     }
     const javatext::Text text = url.copy(env, MemoryMonitor::getURLLimit());
+    event.noteText(text.length);
     if (!MemoryMonitor::avgURLCalculated()) MemoryMonitor::httpEJBRequest(text.length);
     return text.chars;
 }
@@ -173,9 +176,9 @@ void EventUtils::sendRequest(JNIEnv* env, ThreadData* thread, RequestEvent* even
         !settleToken(env, *thread, static_cast<GPSEvent&>(*event), requestName.text))
         return;
     if (event->request_name == nullptr)
-        event->request_name = copyName(env, requestName, "request name is null");
-    event->application_name = copyName(env, applicationName, "application name is null");
-    event->url = copyUrl(env, url);
+        event->request_name = copyName(env, *event, requestName, "request name is null");
+    event->application_name = copyName(env, *event, applicationName, "application name is null");
+    event->url = copyUrl(env, *event, url);
     if (event->userName == nullptr) event->userName = emptyText();
     event->size_ = MemoryMonitor::getRequestSize();
     appendRequestEvent(env, thread, owned.release());

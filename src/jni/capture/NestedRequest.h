@@ -8,6 +8,7 @@
 
 #include "capture/CallText.h"
 #include "capture/CallingThread.h"
+#include "capture/EventStamp.h"
 #include "capture/EventUtils.h"
 #include "event/RequestEvents.h"
 #include "transport/MemoryMonitor.h"
@@ -20,7 +21,7 @@ bool beginRequest(JNIEnv* env, ThreadData& thread, const CallTexts& texts) {
     if (!enterRequest(thread)) return false;
     auto event = std::make_unique<Kind>(START);
     event->servletDepth = thread.servletDepth_;
-    event->userName = texts[3].copy(env, MemoryMonitor::getURLLimit()).chars;
+    event->userName = copyText(env, *event, texts[3]);
     EventUtils::sendRequest(env, &thread, event.release(), texts[0], texts[1], texts[2]);
     return true;
 }

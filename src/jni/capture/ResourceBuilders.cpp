@@ -108,6 +108,7 @@ bool appendMQI(JNIEnv* env, jstring mgrName, jstring queueName, jlong snapShotTi
     event.arrLength = entries;
     constexpr int kEntryBytes = 1 + 4 + 8;
     capture::charge(event, std::min(entries, 4096) * kEntryBytes);
+    event.noteText(std::min(entries, 1 << 24) * kEntryBytes);
     return queue(env, made);
 }
 

@@ -196,9 +196,26 @@ public:
         return encodedSize() <= room;
     }
 
-    std::uint32_t threadId_ = 0;  // ThreadData::threadIntId_ of the producing thread
-    std::int64_t cpuTime_ = 0;    // ns of thread CPU time at capture, set by the builder
-    std::uint32_t timeSec_ = 0;   // wall clock at capture
+    static constexpr std::uint32_t kHeldBesideTexts = 96;  // its block and the queue's node
+
+    // A text of so many bytes, terminator included, has become the event's.
+    void noteText(int bytes) {
+        if (bytes <= 1) return;  // the shared empty text, or a registered one
+        textBytes_ += static_cast<std::uint32_t>(bytes < 64    ? 64
+                                                 : bytes < 126 ? 128
+                                                               : (bytes + 8 + 15) & ~15);
+    }
+    // Bytes that the queued event really holds beyond size_, which takes its texts as average ones.
+    std::uint32_t heldBeyondCharge() const {
+        const std::uint32_t held = kHeldBesideTexts + textBytes_;
+        const auto charged = static_cast<std::uint32_t>(size_);
+        return held > charged ? held - charged : 0;
+    }
+
+    std::uint32_t threadId_ = 0;   // ThreadData::threadIntId_ of the producing thread
+    std::uint32_t textBytes_ = 0;  // of memory that the event's texts take
+    std::int64_t cpuTime_ = 0;     // ns of thread CPU time at capture, set by the builder
+    std::uint32_t timeSec_ = 0;    // wall clock at capture
     std::uint32_t timeUSec_ = 0;
     std::int16_t size_;  // approximate bytes held: the kind's cost, then plus the texts' lengths
     EventType type_;

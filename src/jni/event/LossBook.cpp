@@ -2,18 +2,15 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <mutex>
 
 #include "event/ControlEvents.h"
 #include "foundation/Log.h"
+#include "foundation/OncePerMinute.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr auto kLinePause = std::chrono::minutes(1);
 constexpr std::size_t kReasons = static_cast<std::size_t>(Loss::count_);
 
 constexpr const char* kReasonTexts[kReasons] = {
@@ -36,7 +33,7 @@ std::array<std::atomic<long>, kReasons> counted{};
 std::mutex writing;
 struct Written {
     long events = 0;
-    Clock::time_point last{};
+    OncePerMinute pace;
 };
 std::array<Written, kReasons> written{};  // under writing
 long writtenInAll = 0;                    // under writing
@@ -50,14 +47,11 @@ void LossBook::add(Loss reason, long events) {
 
 void LossBook::write(bool everything) {
     const std::lock_guard hold(writing);
-    const auto now = Clock::now();
     for (std::size_t reason = 0; reason < kReasons; ++reason) {
         Written& done = written[reason];
         const long fresh = counted[reason].load(std::memory_order_relaxed) - done.events;
-        const bool due = everything || done.events == 0 || now - done.last >= kLinePause;
-        if (fresh == 0 || !due) continue;
+        if (fresh == 0 || (!done.pace.due() && !everything)) continue;
         done.events += fresh;
-        done.last = now;
         writtenInAll += fresh;
         logMessage(msg::kRecordsLost, fresh, kReasonTexts[reason], writtenInAll);
     }

@@ -104,10 +104,12 @@ bool ThreadData::appendEvent(Event* evt) {
 // The charge comes first: once the event is in the queue an agent may have encoded and deleted it.
 bool ThreadData::queueEvent(Event* evt) {
     charge(evt->type_, evt->size_);
+    addHeld(*evt);
     try {
         return evtQueue_->append(evt);
     } catch (const std::bad_alloc&) {  // no memory for the queue's node: counted like a refused one
         credit(evt->type_, evt->size_);
+        takeHeld(*evt);
         if (evt->getType() != DROPPED)
             refused_[DroppedEvent::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
         delete evt;

@@ -70,6 +70,19 @@ public:
     // end; METHOD and SQL apart, everything else as requests.
     void takeRefusedCounts(DroppedEvent* into);
     bool hasRefusedCounts() const;
+
+    // What the queued events hold beyond what the counters below say, bytes: added by whoever
+    // queues, taken off by whoever takes the event out.
+    void addHeld(const Event& event) {
+        if (const std::uint32_t bytes = event.heldBeyondCharge(); bytes != 0)
+            heldBeyond_.fetch_add(bytes, std::memory_order_relaxed);
+    }
+    void takeHeld(const Event& event) {
+        if (const std::uint32_t bytes = event.heldBeyondCharge(); bytes != 0)
+            heldBeyond_.fetch_sub(bytes, std::memory_order_relaxed);
+    }
+    std::uint64_t getHeldBeyond() const { return heldBeyond_.load(std::memory_order_relaxed); }
+
     // A capture call made no event because the memory limit had been reached.
     void countGatedCall() { gatedCalls_.fetch_add(1, std::memory_order_relaxed); }
     std::uint32_t takeGatedCalls() { return gatedCalls_.exchange(0, std::memory_order_relaxed); }
@@ -156,6 +169,7 @@ private:
     static std::atomic<long> queueLimit_;
 
     std::atomic<std::int32_t> refused_[DroppedEvent::kLostClasses] = {};
+    std::atomic<std::uint64_t> heldBeyond_{0};
     std::atomic<std::uint32_t> gatedCalls_{0};
     std::vector<std::unique_ptr<char[]>> formerNames_;  // replaced names, kept for late readers
     ThreadData* nextWaiting_ = nullptr;                 // chain of RecordPins, under its lock

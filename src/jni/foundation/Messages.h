@@ -105,7 +105,7 @@ struct Message {
                 "Setting %s has the unusable value \"%s\"; using %s instead")                                        \
     /* transport */                                                                                                  \
     VEL_MESSAGE(kRecordsLost, 1121, warn, "Records lost: %ld (%s), %ld in total since start")                        \
-    VEL_MESSAGE(kGatedCalls, 1122, info,                                                                             \
+    VEL_MESSAGE(kGatedCalls, 1122, warn,                                                                             \
                 "Capture was stopped by the memory limit: %ld calls made no event")                                  \
     VEL_MESSAGE(                                                                                                     \
         kRecordTooLarge, 1123, warn,                                                                                 \
@@ -116,6 +116,16 @@ struct Message {
                 "Last flush ended after %d ms with data unsent; nothing is sent from now on")                        \
     VEL_MESSAGE(kClassEventsNotResent, 1126, warn,                                                                   \
                 "Could not have the class events sent again: %s")                                                    \
+    VEL_MESSAGE(kServerStalled, 1127, warn,                                                                          \
+                "PS [%s:%d] has taken nothing for %d s; the connection is given up")                                 \
+    VEL_MESSAGE(kReallyHeld, 1128, info,                                                                             \
+                "What is queued has long texts: it really takes %ld bytes")                                          \
+    VEL_MESSAGE(                                                                                                     \
+        kQueuesOverflowed, 1129, warn,                                                                               \
+        "Events dropped: %ld since the last such line, of threads whose queues held %d and were full")               \
+    VEL_MESSAGE(                                                                                                     \
+        kStillAway, 1130, warn,                                                                                      \
+        "No connection to PS yet: %ld attempts have failed; their reasons follow once a minute")                     \
     /* events */                                                                                                     \
     VEL_MESSAGE(kNoRecordForPhase, 1141, warn,                                                                       \
                 "Events of kind %d with phase %d and action %d have no record and are not sent")                     \

@@ -138,7 +138,8 @@ void ProbeQLog::setLogLevel(int level) {
 const char* ProbeQLog::getLogRootDir() {
     VEL_TRACE("getLogRootDir()");
     const char* const root = std::getenv("QLOG_COMMON_DIR");
-    return root == nullptr ? kDefaultRoot : root;
+    // An empty one would be the root folder of the host.
+    return root == nullptr || *root == '\0' ? kDefaultRoot : root;
 }
 
 // <root>/VEL/logs[/<qualifier>]/<the handler's file name, else dc-native.log>

@@ -4,6 +4,7 @@
 #include <climits>
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "event/CommonEvent.h"
 #include "event/ControlEvents.h"
@@ -145,12 +146,14 @@ void EventAgent::tearDown() {
     start_ = false;
     specialQueue_ = nullptr;
     memUsed_ = 0;
+    heldBeyond_ = 0;
     if (EvtAgentMgr* const manager = evtMgr_.load(std::memory_order_acquire); manager != nullptr) {
         manager->notifyEventAgentStatus(this, false);
         manager->leaveOrphans(this);
     } else {
         thrList_->clear();
     }
+    tellOverflow(true);
     LossBook::write(true);
 }
 
@@ -173,10 +176,18 @@ void EventAgent::onePass(EvtAgentMgr* manager) {
     LossBook::write(false);
     while (start_ && !EvtAgentMgr::isDiscarding() && !canSend()) {
         takeStock();
-        dropRecordsOnPSDown();
+        if (serverIsAway()) dropRecordsOnPSDown();
         LossBook::write(false);
         pause();
     }
+}
+
+// Not in a reset of our own, nor while the leading agent has yet to open the connection.
+bool EventAgent::serverIsAway() {
+    NetworkAgentMgr* const network = naMgr_.load(std::memory_order_acquire);
+    if (network == nullptr) return true;
+    const NetworkAgentMgr::Line line = network->lineOf(this);
+    return !line.ready && !line.renewing;
 }
 
 void EventAgent::pause() {
@@ -232,9 +243,9 @@ void EventAgent::sendPacket(EvtAgentMgr* manager) {
     if ((opens || asksAgainSoon) && !line.hasRoom) return;
 
     const int length = prepare2send();
-    const PacketInfo info{packetEvents_, line.connection, false};
+    PacketInfo info{line.connection, false, std::move(packetEnds_)};
     GPSTokenUtils::saveNotedTokens();  // before the server can know them
-    if (network->sendData(this, buffer_.get(), length, info) == RC_SUCCESS) {
+    if (network->sendData(this, buffer_.get(), length, std::move(info)) == RC_SUCCESS) {
         VEL_DEBUG_MIN("startThread", "Buffer size sent to PS: %d", length);
     } else {
         logMessage(msg::kSendFailed);
@@ -256,7 +267,7 @@ int EventAgent::sendInitRecords() {
     ProtocolVisitor::addInitRecord(&cursor);
     ProtocolVisitor::addJ2EEInitRecord(&cursor, env_);
     const auto length = static_cast<int>(cursor - buffer_.get());
-    if (network->sendData(this, buffer_.get(), length, {0, line.connection, true}) != RC_SUCCESS) {
+    if (network->sendData(this, buffer_.get(), length, {line.connection, true, {}}) != RC_SUCCESS) {
         if (asked) resendInitRecord_ = true;
         return RC_FAIL;
     }
@@ -299,6 +310,8 @@ int EventAgent::prepare2send() {
     char* cursor = buffer_.get() + ProtocolVisitor::kPacketHeaderBytes;
     packetRecords_ = 0;
     packetEvents_ = 0;
+    packetEnds_ = {};
+    packetEnds_.reserve(lastRecords_);
     ended_.clear();
     takeSnapshot();
     for (ThreadData* const thread : pass_) {
@@ -317,7 +330,9 @@ int EventAgent::prepare2send() {
         if (ended && queue->size() == 0) ended_.push_back(thread);
     }
     for (ThreadData* const thread : ended_) remove(thread);
+    tellOverflow(false);
     VEL_DEBUG_MIN("prepare2send", "OverAll Events sent/dropped %d", packetEvents_);
+    lastRecords_ = packetEnds_.size();
     if (packetRecords_ == 0) return 0;
     char* start = buffer_.get();
     ProtocolVisitor::addPacketHeaderRecord(packetRecords_, &start);
@@ -337,14 +352,27 @@ void EventAgent::shedOverflow(ThreadData* thread, char** buff) {
         dropped = dropRecordsFromQueue(thread, true, buff);
     else if (thread->droppedEventCounter_.load(std::memory_order_relaxed) == 0)
         return;
+    noteOverflow(thread, dropped,
+                 thread->droppedEventCounter_.exchange(0, std::memory_order_relaxed));
+}
+
+// One thread a minute is named; two hundred of them would fill the log.
+void EventAgent::noteOverflow(ThreadData* thread, int dropped, int refused) {
+    overflowed_ += dropped + refused;
     const std::string id = std::to_string(thread->getThreadIntId());  // most threads have no name
     const char* const name =
         thread->getThreadName() != nullptr ? thread->getThreadName() : id.c_str();
-    const int refused = thread->droppedEventCounter_.exchange(0, std::memory_order_relaxed);
-    if (dropped > 0)
+    if (dropped > 0 && threadPace_.due())
         logMessage(msg::kEventsDropped, dropped + refused, name, queueLimit_);
-    else if (refused > 0)
-        VEL_DEBUG_MIN("prepare2send", msg::kEventsDropped.text, refused, name, queueLimit_);
+    else if (dropped + refused > 0)
+        VEL_DEBUG_MIN("prepare2send", msg::kEventsDropped.text, dropped + refused, name,
+                      queueLimit_);
+}
+
+void EventAgent::tellOverflow(bool everything) {
+    if (overflowed_ == 0 || (!everything && !overflowPace_.due())) return;
+    logMessage(msg::kQueuesOverflowed, overflowed_, queueLimit_);
+    overflowed_ = 0;
 }
 
 void EventAgent::drain(ThreadData* thread, char** buff) {
@@ -376,20 +404,23 @@ void EventAgent::takeEvent(ThreadData* thread, Event* event, bool fits, char** b
         noteTooLarge(event);
         return;
     }
-    if (addEventToBuffer(event, buff)) {
-        ++packetRecords_;
-        packetEvents_ += events;
-    } else {
+    if (!addEventToBuffer(event, events, buff)) {
         LossBook::add(Loss::notEncodable, events);
     }
     credit(thread, event);
 }
 
-// Nothing is thrown: whoever asks has taken the event from its queue and must book it.
-bool EventAgent::addEventToBuffer(Event* event, char** buff) noexcept {
+// Encodes a record that accounts for so many captured events. Nothing is thrown: whoever asks has
+// taken the event from its queue and must book it.
+bool EventAgent::addEventToBuffer(Event* event, long events, char** buff) noexcept {
     char* const before = *buff;
     try {
-        if (event->addToBuffer(buff)) return true;
+        if (event->addToBuffer(buff)) {
+            packetEnds_.add(static_cast<std::size_t>(*buff - buffer_.get()), events);
+            ++packetRecords_;
+            packetEvents_ += events;
+            return true;
+        }
     } catch (const std::exception& e) {
         noteNativeFailure("EventAgent.addEventToBuffer", e.what());
     }
@@ -405,6 +436,7 @@ void EventAgent::noteTooLarge(const Event* event) {
 
 void EventAgent::credit(ThreadData* thread, const Event* event) {
     MemoryMonitor::delFromMemCntr(event->getType(), event->size_, thread);
+    thread->takeHeld(*event);
 }
 
 // --- dropping ------------------------------------------------------------------------------------
@@ -478,12 +510,10 @@ bool EventAgent::addDropEvent(unsigned threadId, char** buff) {
     drop.dropSQLEndCnt = sqlEndDropCnt_;
     const long events = LossBook::eventsIn(&drop);
     if (events == 0) return false;
-    if (!addEventToBuffer(&drop, buff)) {
+    if (!addEventToBuffer(&drop, events, buff)) {
         LossBook::add(Loss::notEncodable, events);
         return false;
     }
-    ++packetRecords_;
-    packetEvents_ += events;
     return true;
 }
 
@@ -597,15 +627,18 @@ bool EventAgent::manages(const ThreadData* thread) {
 
 void EventAgent::computeMemoryTaken() {
     std::uint64_t bytes = 0;
+    std::uint64_t beyond = 0;
     takeSnapshot();
     for (ThreadData* const thread : pass_) {
         // Wraps per thread: the counters run on for ever, their difference is what is queued.
         const std::uint32_t added = thread->jniAddCounter_ + thread->jvmpiAddCounter_;
         const std::uint32_t deleted = thread->jniDeleteCounter_ + thread->jvmpiDeleteCounter_;
         bytes += static_cast<std::uint32_t>(added - deleted);
+        beyond += thread->getHeldBeyond();
         GateBooks::noteCalls(thread->takeGatedCalls());
     }
     memUsed_.store(bytes, std::memory_order_relaxed);
+    heldBeyond_.store(beyond, std::memory_order_relaxed);
 }
 
 void EventAgent::collectGatedCalls(VelList<ThreadData*>* threads) {

@@ -17,9 +17,11 @@
 #include <vector>
 
 #include "event/LossBook.h"
+#include "foundation/OncePerMinute.h"
 #include "foundation/VelList.h"
 #include "foundation/VelLock.h"
 #include "foundation/VeloraBase.h"
+#include "transport/RecordEnds.h"
 
 class DroppedEvent;
 class Event;
@@ -42,6 +44,9 @@ public:
     int getId() const { return id_; }
     // Bytes that this agent's threads hold in their queues.
     std::uint64_t getMemoryUsed() const { return memUsed_.load(std::memory_order_relaxed); }
+
+    // What they really hold beyond that: long texts.
+    std::uint64_t getHeldBeyond() const { return heldBeyond_.load(std::memory_order_relaxed); }
 
     // Takes a thread over: 1, or 0 when the agent is not running or the thread is null.
     int manageThreadData(ThreadData* thread);
@@ -74,6 +79,7 @@ private:
     void onePass(EvtAgentMgr* manager);
     void sendPass(EvtAgentMgr* manager);
     void sendPacket(EvtAgentMgr* manager);
+    bool serverIsAway();
     void pause();
     void takeSnapshot();
 
@@ -84,6 +90,8 @@ private:
     void takeEvent(ThreadData* thread, Event* event, bool fits, char** buff);
     int dropFromBatch(ThreadData* thread, bool addDropRec);
     void shedOverflow(ThreadData* thread, char** buff);
+    void noteOverflow(ThreadData* thread, int dropped, int refused);
+    void tellOverflow(bool everything);
     void tellRefused(ThreadData* thread, char** buff);
     void credit(ThreadData* thread, const Event* event);
     long discardEvents(ThreadData* thread);
@@ -97,7 +105,7 @@ private:
     int dropRecordsFromQueue(ThreadData* thread, bool addDropRec, char** buff);
     void dropRecordsOnPSDown();
     void adjustDropQueueLimit();
-    bool addEventToBuffer(Event* event, char** buff) noexcept;
+    bool addEventToBuffer(Event* event, long events, char** buff) noexcept;
     void computeMemoryTaken();
     void updateDropRecordCounters(Event* event);
     void resetDropRecordCounters();
@@ -128,6 +136,7 @@ private:
     std::atomic<bool> resendInitRecord_{false};
     std::atomic<bool> resendInitData_{false};
     std::atomic<std::uint64_t> memUsed_{0};  // bytes
+    std::atomic<std::uint64_t> heldBeyond_{0};
 
     VelLock waitLock_;  // only the loop's timed wait; notified by wake()
     std::atomic<bool> busy_{false};
@@ -139,5 +148,10 @@ private:
     VelList<Event*> batch_{false};    // events on their way from a queue to the packet
     int packetRecords_ = 0;           // records in the present packet
     long packetEvents_ = 0;           // captured events it accounts for
+    RecordEnds packetEnds_;           // where its records end
+    std::size_t lastRecords_ = 0;     // how many the last packet had: about as many come again
     std::set<int> tooLargeKinds_;     // kinds that have been told about
+    long overflowed_ = 0;             // events dropped or refused, not yet told
+    OncePerMinute overflowPace_;      // of the sum
+    OncePerMinute threadPace_;        // of the lines that name a thread
 };

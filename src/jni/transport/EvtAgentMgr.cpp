@@ -287,12 +287,16 @@ void EvtAgentMgr::checkForMemory(EventAgent* agent) {
     MemoryMonitor* const monitor = memMon_.load(std::memory_order_acquire);
     if (monitor == nullptr) return;
     unsigned long bytes = 0;
+    unsigned long beyond = 0;
     {
         const std::shared_lock hold(poolLock_);
-        for (int id = 0; id < evtAgentCnt_; ++id)
-            if (eventAgents_[id] != nullptr) bytes += eventAgents_[id]->getMemoryUsed();
+        for (int id = 0; id < evtAgentCnt_; ++id) {
+            if (eventAgents_[id] == nullptr) continue;
+            bytes += eventAgents_[id]->getMemoryUsed();
+            beyond += eventAgents_[id]->getHeldBeyond();
+        }
     }
-    monitor->checkForULimit(bytes, this);
+    monitor->checkForULimit(bytes, this, beyond);
 }
 
 // --- the last flush ------------------------------------------------------------------------------
@@ -369,6 +373,6 @@ bool EvtAgentMgr::flush(int ms) {
     }
     LossBook::write(true);
     collectGatedCalls();
-    MemoryMonitor::writeGatedCalls();
+    MemoryMonitor::writeGatedCalls(true);
     return sent;
 }

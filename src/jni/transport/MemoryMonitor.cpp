@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <new>
+#include <string>
 
 #include "event/ControlEvents.h"
 #include "event/GateBooks.h"
@@ -37,6 +38,7 @@ long MemoryMonitor::checkULimitCount_ = 0;
 std::atomic<unsigned long> MemoryMonitor::bookKeepingDSSize_{4000000};
 std::atomic<unsigned long> MemoryMonitor::userMemoryULimit_{60000000};
 std::atomic<unsigned long> MemoryMonitor::memAcceptDelta_{2000000};
+OncePerMinute MemoryMonitor::gatedPace_;
 MemoryMonitor* MemoryMonitor::instance_ = nullptr;
 
 MemoryMonitor* MemoryMonitor::getInstance() {
@@ -70,13 +72,14 @@ void MemoryMonitor::start() {
 void MemoryMonitor::stop() {
     VEL_TRACE("stop()");
     memoryTaken_.store(0, std::memory_order_relaxed);
-    writeGatedCalls();
+    writeGatedCalls(true);
 }
 
 void MemoryMonitor::initializeSizes() {
     uLimitReached_ = false;
     resetingCounters_ = false;
     GateBooks::reset();
+    gatedPace_.reset();
     resetTimerCount_ = 1800;
     checkULimitCount_ = 0;
     avgURLLimit_ = 100;
@@ -108,6 +111,9 @@ void MemoryMonitor::readProperties() {
     if (limit <= lowest) {
         userMemoryULimit_ = static_cast<unsigned long>(lowest);
         logMessage(msg::kMemoryLimitTooLow, lowest);  // bytes, though the text says MB: wanted so
+        const char* const told = settings->getStringProperty("internal.memory.limit", "");
+        logMessage(msg::kBadSetting, "internal.memory.limit", told,
+                   std::to_string(lowest / kMegabyte).c_str());
     } else {
         userMemoryULimit_ = static_cast<unsigned long>(limit);
     }
@@ -184,14 +190,17 @@ void MemoryMonitor::doLock(JNIEnv* env) {
     if (lock_->enterLock()) lock_->exitLock();
 }
 
-void MemoryMonitor::writeGatedCalls() {
+void MemoryMonitor::writeGatedCalls(bool everything) {
     const long calls = GateBooks::takeCalls();
-    if (calls > 0) logMessage(msg::kGatedCalls, calls);
+    if (calls == 0) return;
+    if (!everything && !gatedPace_.due()) return GateBooks::noteCalls(calls);
+    logMessage(msg::kGatedCalls, calls);
 }
 
 // --- the limit -----------------------------------------------------------------------------------
 
-void MemoryMonitor::checkForULimit(unsigned long queuedBytes, EvtAgentMgr*) {
+void MemoryMonitor::checkForULimit(unsigned long queuedBytes, EvtAgentMgr*,
+                                   unsigned long heldBeyond) {
     VEL_TRACE("checkForULimit(unsigned long)");
     ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
     NetworkAgentMgr* const network = naMgr_.load(std::memory_order_acquire);
@@ -204,16 +213,17 @@ void MemoryMonitor::checkForULimit(unsigned long queuedBytes, EvtAgentMgr*) {
         threadCount * THREAD_DATA + bookKeepingDSSize_ + unsent + queuedBytes;
     memoryTaken_.store(estimate, std::memory_order_relaxed);
 
+    const unsigned long held = estimate + heldBeyond;
     const bool stopped = uLimitReached_.load(std::memory_order_relaxed);
-    if (estimate >= limit && !stopped) {
+    if (held >= limit && !stopped) {
         logMessage(msg::kMemoryLimitReached, static_cast<long>(limit), static_cast<long>(estimate));
+        if (estimate < limit) logMessage(msg::kReallyHeld, static_cast<long>(held));
         uLimitReached_.store(true, std::memory_order_relaxed);
-    } else if (stopped && estimate < limit && estimate <= limit - memAcceptDelta_) {
+    } else if (stopped && held < limit && held <= limit - memAcceptDelta_) {
         uLimitReached_.store(false, std::memory_order_relaxed);
         logMessage(msg::kMemoryBelowLimit, static_cast<long>(limit), static_cast<long>(estimate));
     }
-    // Threads are looked through once a period, so a stop's last calls may come with a later pass.
-    if (!uLimitReached_.load(std::memory_order_relaxed)) writeGatedCalls();
+    writeGatedCalls(false);
 }
 
 // --- the averages --------------------------------------------------------------------------------

@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "event/EventCosts.h"
+#include "foundation/OncePerMinute.h"
 #include "foundation/VelLock.h"
 #include "foundation/VeloraBase.h"
 
@@ -39,8 +40,11 @@ public:
     // first call queues one DroppedEvent marker, and every call is counted on its record.
     [[nodiscard]] static bool reachedULimit(JNIEnv* env);
 
-    // Weighs the estimate against the limit; queuedBytes: what the event agents' threads hold.
-    void checkForULimit(unsigned long queuedBytes, EvtAgentMgr* caller = nullptr);
+    // Weighs the estimate against the limit; queuedBytes: what the event agents' threads are
+    // charged with. Beside the estimate, which takes texts as average ones, what they really hold
+    // is weighed: heldBeyond bytes more.
+    void checkForULimit(unsigned long queuedBytes, EvtAgentMgr* caller = nullptr,
+                        unsigned long heldBeyond = 0);
 
     // Bytes that a request (its texts and itself) and an SQL event are charged with.
     static std::int16_t getRequestSize();
@@ -73,9 +77,9 @@ public:
     static unsigned long getAcceptDelta() { return memAcceptDelta_; }
     static long getResetTimerCount() { return resetTimerCount_; }
 
-    // Calls that found the gate closed (GateBooks) are told to the operator once capture is on
-    // again, and at stop().
-    static void writeGatedCalls();
+    // Calls that found the gate closed (GateBooks) are told to the operator at first, then once a
+    // minute; all of them, whenever everything is set.
+    static void writeGatedCalls(bool everything);
 
 private:
     static void initializeSizes();
@@ -107,5 +111,6 @@ private:
     static long resetTimerCount_;                          // passes between counter resets
     static long checkULimitCount_;                         // passes counted towards the next reset
 
+    static OncePerMinute gatedPace_;  // the leading event agent's
     static MemoryMonitor* instance_;
 };

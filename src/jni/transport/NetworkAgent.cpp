@@ -61,29 +61,33 @@ int NetworkAgent::sendData(const char* data, int size) {
     return sendData(data, size, {});
 }
 
-int NetworkAgent::sendData(const char* data, int size, const PacketInfo& info) {
+int NetworkAgent::sendData(const char* data, int size, PacketInfo info) {
     VEL_TRACE("sendData(const char*, int)");
-    if (!start_ || !alive_ || !isReady_) {
+    const bool renewing = isRenewing();  // first: the connection is ready before this ends
+    if (!start_ || !alive_ || (!isReady_ && !renewing)) {
         logMessage(msg::kNetAgentNotReady);
         return RC_FAIL;
     }
     if (size == 0) return RC_SUCCESS;
     if (size < 0 || data == nullptr) return RC_FAIL;
-    if (info.connection != 0 && info.connection != connection()) {
+    if (!maySend(info)) {
         VEL_DEBUG_MIN("sendData",
                       "Record was built for an earlier connection, rejecting send data");
         return RC_FAIL;
     }
-    if (!hasRoom()) {
+    if (!info.init && !hasRoom()) {
         logMessage(msg::kNetQueueFull);
         return RC_FAIL;
     }
-    auto packet = std::make_unique<NetworkAgentData>(data, size, info);
+    const bool init = info.init;
+    const unsigned long builtFor = info.connection;
+    auto packet = std::make_unique<NetworkAgentData>(data, size, std::move(info));
     if (packet->getRecord() == nullptr) return RC_FAIL;
     addToTotal(size);  // before the append: whoever takes the packet out finds its bytes counted
+    VelList<NetworkAgentData*> added(false);
     bool queued = false;
     try {
-        queued = dataQueue_.append(packet.get());
+        queued = added.append(packet.get());
     } catch (const std::bad_alloc&) {
         VEL_DEBUG_MIN("sendData", "No memory for the queue");
     }
@@ -93,9 +97,20 @@ int NetworkAgent::sendData(const char* data, int size, const PacketInfo& info) {
         return RC_FAIL;
     }
     (void)packet.release();  // the queue's now
-    // After the append, so that a sender which sees the init packet told queues behind it.
-    if (info.init) initConnection_.store(info.connection, std::memory_order_release);
+    // The initial records go ahead of what an earlier connection has left, and are told after they
+    // are queued, so that a sender which sees them told queues behind them.
+    if (!init) {
+        added.moveFirst(1, &dataQueue_);
+        return RC_SUCCESS;
+    }
+    dataQueue_.prependAll(&added);
+    initConnection_.store(builtFor, std::memory_order_release);
     return RC_SUCCESS;
+}
+
+bool NetworkAgent::maySend(const PacketInfo& info) const {
+    if (info.init) return info.connection == connection();
+    return info.connection == 0 || info.connection >= keptSince_.load(std::memory_order_acquire);
 }
 
 void NetworkAgent::addToTotal(std::int64_t bytes) {
@@ -147,6 +162,8 @@ void NetworkAgent::runBegun(JNIEnv* env) {
         }
     }
     isReady_ = false;
+    renewing_ = false;
+    keptSince_ = connection() + 1;
     flushDataQueue();
     disconnect2ps();
     start_ = false;
@@ -161,7 +178,7 @@ void NetworkAgent::onePass(JNIEnv* env) {
     resetConnectionOnExpiry();
     if (!isReady_) connectUntilReady(env);
     // A server that went away while there was nothing to send is noticed without a packet's loss.
-    if (isReady_ && peerHasGone()) giveUpConnection();
+    if (isReady_ && (peerHasGone() || hasStalled())) giveUpConnection();
     if (isReady_) sendOne();
     LossBook::write(false);
     if (start_) pause();
@@ -174,12 +191,14 @@ void NetworkAgent::pause() {
 
 void NetworkAgent::connectUntilReady(JNIEnv* env) {
     disconnect2ps();
-    flushDataQueue();
+    if (!renewing_) flushDataQueue();
     for (int lookupFailures = 0; start_ && !tryToConnect(env, &lookupFailures);) {
+        renewing_ = false;  // the server is away; what waits in the queue goes to whoever comes
         LossBook::write(false);
         pause();
     }
     isReady_ = true;  // also when the loop was told to end: it then ends before it sends anything
+    renewing_ = false;
 }
 
 bool NetworkAgent::tryToConnect(JNIEnv* env, int* lookupFailures) {
@@ -193,11 +212,9 @@ bool NetworkAgent::tryToConnect(JNIEnv* env, int* lookupFailures) {
     }
     note("PS Proxy details successfully obtained from Kernel, Host: %s Port: %d", hostForLog(),
          portNumber_);
-    if (connect2ps(hostName_.get(), portNumber_, buffSize_) != RC_SUCCESS) {
-        logMessage(msg::kPsSocketFailed);
-        return false;
-    }
+    if (connect2ps(hostName_.get(), portNumber_, buffSize_) != RC_SUCCESS) return false;
     connection_.fetch_add(1, std::memory_order_release);
+    initWritten_ = false;
     logMessage(msg::kPsSocketConnected);
     *lookupFailures = 0;
     if (ResendListener* const listener = ResendListener::current(); listener != nullptr)
@@ -211,39 +228,66 @@ void NetworkAgent::sendOne() {
         flushDataQueue();
         return;
     }
+    if (waitsForInit()) return;
     writing_ = true;
     const std::unique_ptr<NetworkAgentData> packet(dataQueue_.pop());
     if (packet != nullptr && packet->getSize() > 0 && packet->getRecord() != nullptr) {
         const PacketInfo& info = packet->getInfo();
         addToTotal(-packet->getSize());
-        if (info.connection != 0 && info.connection != connection()) {
-            LossBook::add(Loss::connectionGone, info.events);
+        if (info.connection != connection() && carriedOver_ > 0) --carriedOver_;
+        if (!maySend(info)) {
+            LossBook::add(Loss::connectionGone, info.ends.events());
         } else if (sendToRemoteHost(packet->getRecord(), packet->getSize()) < 0) {
-            LossBook::add(Loss::writeFailed, info.events);
+            noteWritten(*packet, Loss::writeFailed);
             giveUpConnection();
         } else {
-            noteWritten(*packet);
+            initWritten_ = initWritten_ || info.init;
+            noteWritten(*packet, Loss::notAcknowledged);
         }
     }
     writing_ = false;
+}
+
+// What an earlier connection has left waits until this one's initial records are in front of it.
+bool NetworkAgent::waitsForInit() {
+    if (!needsInit()) return false;
+    dataQueue_.enterLock();
+    NetworkAgentData* const head = VelListIter<NetworkAgentData*>(&dataQueue_).next();
+    const unsigned long builtFor = head != nullptr ? head->getInfo().connection : 0;
+    dataQueue_.exitLock();
+    return builtFor != 0 && builtFor != connection();
 }
 
 void NetworkAgent::giveUpConnection() {
     _logError(__FILE_NAME__, __LINE__,
               "Write failed, looks like socket is down, retrying to connect to PS");
     countUnacknowledged();
+    keptSince_ = connection() + 1;
+    carriedOver_ = 0;
     isReady_ = false;
     if (NetworkAgentMgr* const manager = naMgr_.load(); manager != nullptr)
         manager->notifyConnectionListeners(this);
 }
 
 void NetworkAgent::resetConnectionOnExpiry() {
-    if (resetConnLimit_ < 1 || ++resetConnCounter_ < resetConnLimit_) return;
+    if (resetConnLimit_ < 1 || ++resetConnCounter_ < resetConnLimit_ || !mayReset()) return;
     resetConnCounter_ = 0;
     note("Resetting socket connection");
+    if (isReady_) {
+        carriedOver_ = dataQueue_.size();
+        renewing_ = true;
+    }
     isReady_ = false;
     if (NetworkAgentMgr* const manager = naMgr_.load(); manager != nullptr)
         manager->notifyConnectionListeners(this);
+}
+
+// Each connection carries what the one before has left, or resets that follow each other faster
+// than the initial records come would never let anything out; and nothing is under way.
+bool NetworkAgent::mayReset() {
+    if (!isReady_) return true;
+    const bool initWaits = !needsInit() && connection() != 0 && !initWritten_;
+    return carriedOver_ == 0 && !initWaits && allAcknowledged();
 }
 
 void NetworkAgent::flushDataQueue() {
@@ -251,7 +295,7 @@ void NetworkAgent::flushDataQueue() {
     long events = 0;
     while (const std::unique_ptr<NetworkAgentData> packet{dataQueue_.pop()}) {
         addToTotal(-packet->getSize());
-        events += packet->getInfo().events;
+        events += packet->getInfo().ends.events();
     }
     LossBook::add(EvtAgentMgr::isDiscarding() ? Loss::exit : Loss::connectionGone, events);
 }

@@ -5,8 +5,8 @@
 
 #include "foundation/Log.h"
 
-NetworkAgentData::NetworkAgentData(const char* data, int size, const PacketInfo& info)
-    : VeloraBase("NetworkAgentData"), size_(size), info_(info) {
+NetworkAgentData::NetworkAgentData(const char* data, int size, PacketInfo info)
+    : VeloraBase("NetworkAgentData"), size_(size), info_(std::move(info)) {
     VEL_TRACE("NetworkAgentData(const char*, int)");
     if (size <= 0) return;
     record_.reset(new (std::nothrow) char[static_cast<std::size_t>(size)]);

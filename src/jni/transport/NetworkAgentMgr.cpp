@@ -180,6 +180,7 @@ NetworkAgentMgr::Line NetworkAgentMgr::lineOf(void* clientId) {
     if (!start_) return line;
     const NetworkAgent* const agent = getNetworkAgent(clientId);
     if (agent == nullptr) return line;
+    line.renewing = agent->isRenewing();  // first: the connection is ready before this ends
     line.ready = agent->isReady();
     line.connection = agent->connection();
     line.needsInit = agent->needsInit();
@@ -192,12 +193,12 @@ int NetworkAgentMgr::sendData(void* clientId, const char* buf, int length) {
     return sendData(clientId, buf, length, {});
 }
 
-int NetworkAgentMgr::sendData(void* clientId, const char* buf, int length, const PacketInfo& info) {
+int NetworkAgentMgr::sendData(void* clientId, const char* buf, int length, PacketInfo info) {
     VEL_TRACE("sendData(void*, const char*, int)");
     const std::shared_lock hold(poolLock_);
     if (!start_) return RC_FAIL;
     if (NetworkAgent* const agent = getNetworkAgent(clientId); agent != nullptr)
-        return agent->sendData(buf, length, info);
+        return agent->sendData(buf, length, std::move(info));
     VEL_DEBUG_MIN("sendData", "Unable to find network agent for clientId %p\n", clientId);
     return RC_FAIL;
 }

@@ -44,11 +44,12 @@ public:
     bool isReady(void* clientId);
     long getTotalDataSize();  // bytes queued in all agents
     int sendData(void* clientId, const char* buf, int length);
-    int sendData(void* clientId, const char* buf, int length, const PacketInfo& info);
+    int sendData(void* clientId, const char* buf, int length, PacketInfo info);
 
     // What a sender must know before it builds a packet; a plain "no" while stopped.
     struct Line {
         bool ready = false;
+        bool renewing = false;         // not ready for a moment: we reset the connection ourselves
         bool needsInit = false;        // this connection still wants the initial records
         bool hasRoom = false;          // one more packet would be taken
         unsigned long connection = 0;  // number of the connection, from 1

@@ -1,44 +1,39 @@
 // The socket half of NetworkAgent: connecting, writing, closing, and what is known of a
 // connection's packets when it ends.
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <new>
+#include <string>
+#include <utility>
 
 #include "event/LossBook.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
+#include "transport/EvtAgentMgr.h"
 #include "transport/NetworkAgent.h"
 #include "transport/PsSocket.h"
 
 namespace {
 
 constexpr int kAckLimitMs = 300;  // Linux puts an acknowledgement off for 200 ms at most
-
-// Intended: no name resolution; other texts than dotted addresses give an address without a host.
-sockaddr_in addressOf(const char* host, int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = inet_addr(host);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
-}
+// Long enough for a server that collects garbage or is moved to another host.
+constexpr int kUsualTimeOutS = 30;
 
 }  // namespace
 
 int NetworkAgent::connect2ps(const char* server_host_addr, int server_tcp_port, int buffsize) {
     VEL_TRACE("connect2ps(const char*, int, int)");
     if (server_host_addr == nullptr) return RC_FAIL;
-    const int fd = pssocket::open();
+    const pssocket::Address server = pssocket::addressOf(server_host_addr, server_tcp_port);
+    const int fd = pssocket::open(server.family());
     if (fd < 0) {
-        const int error = errno;
-        logMessage(msg::kSocketFailed, error);
-        noteError("%s", pssocket::errorText(error).c_str());
+        tellConnectFailure(nullptr, 0, errno);
         return RC_FAIL;
     }
     socketFd_ = fd;
@@ -46,25 +41,45 @@ int NetworkAgent::connect2ps(const char* server_host_addr, int server_tcp_port, 
     note("Socket creation successful");
     if (bindIPAddress_ != nullptr) bindToOwnAddress();
 
-    const int error =
-        pssocket::connectWithin(fd, addressOf(server_host_addr, server_tcp_port),
-                                pssocket::kConnectLimitMs, [this] { return stopRequested(); });
+    const int error = pssocket::connectWithin(fd, server, pssocket::kConnectLimitMs,
+                                              [this] { return stopRequested(); });
     if (error != 0) {
-        logMessage(msg::kConnectFailed, server_host_addr, server_tcp_port, error);
-        noteError("%s", pssocket::errorText(error).c_str());
         ::close(fd);
         socketOpen_ = false;
+        tellConnectFailure(server_host_addr, server_tcp_port, error);
         return RC_FAIL;
     }
+    failedConnects_ = 0;
+    failurePace_.reset();
     logMessage(msg::kConnected, server_host_addr, server_tcp_port, buffsize);
     setSocketOptions(buffsize);
     return RC_SUCCESS;
 }
 
+// Each server and reason at first and then once a minute: a server may stay away for days. Without
+// a host there was not even a socket.
+void NetworkAgent::tellConnectFailure(const char* host, int port, int error) {
+    ++failedConnects_;
+    if (failurePace_.due()) {
+        toldFailures_.clear();
+        if (failedConnects_ > 1) logMessage(msg::kStillAway, failedConnects_);
+    }
+    const std::string server = host != nullptr ? host : "";
+    if (!toldFailures_.insert(server + " " + std::to_string(port) + " " + std::to_string(error))
+             .second)
+        return;
+    if (host != nullptr)
+        logMessage(msg::kConnectFailed, host, port, error);
+    else
+        logMessage(msg::kSocketFailed, error);
+    noteError("%s", pssocket::errorText(error).c_str());
+    logMessage(msg::kPsSocketFailed);
+}
+
 void NetworkAgent::bindToOwnAddress() {
     const char* own = bindIPAddress_.get();
-    const sockaddr_in address = addressOf(own, clientIPPort_);
-    if (bind(socketFd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    const pssocket::Address address = pssocket::addressOf(own, clientIPPort_);
+    if (bind(socketFd_, address.get(), address.size) == 0) {
         note("Socket bind successful [%s:%d]", own, clientIPPort_);
         return;
     }
@@ -79,6 +94,7 @@ void NetworkAgent::setSocketOptions(int buffsize) {
                   pssocket::errorText(errno).c_str());
     else
         note("Successful in setting PS socket buffer size: %d", buffsize);
+    pssocket::limitSilence(socketFd_, stallLimitMs());
     if (socketTimeOut_ == -1) return;
 
     const timeval limit{socketTimeOut_, 0};
@@ -99,11 +115,11 @@ long NetworkAgent::sendToRemoteHost(const char* ptr, long nbytes) {
     if (nbytes == 0) return 0;
     // The timeout of the socket does not bite here, because a stop must be able to end the wait;
     // the same limit is kept by hand.
-    const int timeoutMs = socketTimeOut_ > 0 ? socketTimeOut_ * 1000 : 0;
+    packetStart_ = writtenBytes_;
     long sent = 0;
     const int error = !socketOpen_ ? EBADF
                                    : pssocket::sendAll(
-                                         socketFd_, ptr, nbytes, timeoutMs,
+                                         socketFd_, ptr, nbytes, stallLimitMs(),
                                          [this] { return stopRequested(); }, &sent);
     writtenBytes_ += static_cast<std::uint64_t>(sent);
     if (error == 0) return nbytes;
@@ -124,56 +140,87 @@ bool NetworkAgent::disconnect2ps() {
     VEL_TRACE("disconnect2ps()");
     // The number stays in the field, but a closed one may belong to the host by now.
     if (!socketOpen_ || socketFd_ < 1) return true;
-    forgetAcknowledged();
+    socketOpen_ = false;
+    const int error = ::close(socketFd_) == 0 ? 0 : errno;
     if (writtenPackets_ > 0)
         logMessage(msg::kConnectionEnded, hostForLog(), portNumber_, writtenPackets_,
                    writtenEvents_);
     unacknowledged_.clear();
     writtenBytes_ = 0;
+    acknowledgedBytes_ = 0;
+    unmovedMs_ = 0;
     writtenPackets_ = 0;
     writtenEvents_ = 0;
-
-    socketOpen_ = false;
-    if (::close(socketFd_) != 0) {
+    if (error != 0)
         noteError("Error occured when closing PS socket[%s:%d], ERRNO: %s", hostForLog(),
-                  portNumber_, pssocket::errorText(errno).c_str());
-        return false;
-    }
-    note("Successful in closing PS socket[%s:%d]", hostForLog(), portNumber_);
-    return true;
+                  portNumber_, pssocket::errorText(error).c_str());
+    else
+        note("Successful in closing PS socket[%s:%d]", hostForLog(), portNumber_);
+    return error == 0;
 }
 
 // --- what became of the written packets ----------------------------------------------------------
 
-void NetworkAgent::noteWritten(const NetworkAgentData& packet) {
+void NetworkAgent::noteWritten(NetworkAgentData& packet, Loss ifLost) {
+    RecordEnds ends = packet.takeEnds();
     ++writtenPackets_;
-    writtenEvents_ += packet.getInfo().events;
-    if (packet.getInfo().events > 0)
-        unacknowledged_.push_back({writtenBytes_, packet.getInfo().events});
+    writtenEvents_ += ends.events();
+    const std::uint64_t start = packetStart_;
+    unacknowledged_.push_back(
+        {start, start + static_cast<std::uint64_t>(packet.getSize()), std::move(ends), ifLost});
     forgetAcknowledged();
 }
 
-void NetworkAgent::forgetAcknowledged() {
-    if (unacknowledged_.empty()) return;
-    const std::uint64_t open = pssocket::unacknowledgedBytes(socketFd_);
-    while (!unacknowledged_.empty() && unacknowledged_.front().end + open <= writtenBytes_)
+// The bytes of this connection that have arrived. The packets that lie within them are done with.
+std::uint64_t NetworkAgent::forgetAcknowledged() {
+    const std::uint64_t open = socketOpen_ ? pssocket::unacknowledgedBytes(socketFd_) : 0;
+    const std::uint64_t arrived = writtenBytes_ - std::min(open, writtenBytes_);
+    while (!unacknowledged_.empty() && unacknowledged_.front().end <= arrived)
         unacknowledged_.pop_front();
+    return arrived;
 }
 
-// After a failed write, or when the peer has closed its side: packets that still lie in our own
-// send buffer go down with the connection. What the peer's system has taken counts as delivered,
+bool NetworkAgent::allAcknowledged() {
+    if (!socketOpen_) return true;
+    pssocket::awaitAcknowledged(socketFd_, kAckLimitMs, [this] { return stopRequested(); });
+    return forgetAcknowledged() == writtenBytes_;
+}
+
+// After a failed write, or when the peer has closed its side: what still lies in our own send
+// buffer goes down with the connection. What the peer's system has taken counts as delivered,
 // though its program may not have read it; a peer that reads on takes the rest as well, so it gets
-// the time to say so.
+// the time to say so. The connection ends here, so that nothing arrives that has been counted.
 void NetworkAgent::countUnacknowledged() {
-    if (!unacknowledged_.empty() && socketOpen_)
-        pssocket::awaitAcknowledged(socketFd_, kAckLimitMs, [this] { return stopRequested(); });
-    forgetAcknowledged();
-    long events = 0;
-    for (const Written& packet : unacknowledged_) events += packet.events;
-    writtenPackets_ -= static_cast<long>(unacknowledged_.size());
-    writtenEvents_ -= events;
-    unacknowledged_.clear();
-    LossBook::add(Loss::notAcknowledged, events);
+    if (allAcknowledged() && unacknowledged_.empty()) return;
+    pssocket::discardUnsent(socketFd_);
+    const std::uint64_t arrived = forgetAcknowledged();
+    for (const Written& packet : unacknowledged_) {
+        const long lost = packet.ends.behind(arrived > packet.start ? arrived - packet.start : 0);
+        LossBook::add(packet.ifLost, lost);
+        --writtenPackets_;
+        writtenEvents_ -= lost;
+    }
+    disconnect2ps();
+}
+
+int NetworkAgent::stallLimitMs() const {
+    return (socketTimeOut_ == -1 ? kUsualTimeOutS : socketTimeOut_) * 1000;
+}
+
+// A server whose process stands still, or whose host is gone, takes no more while its connection
+// looks as good as ever. Not counted in a flush, whose passes are shorter and which has its own
+// limit.
+bool NetworkAgent::hasStalled() {
+    const std::uint64_t arrived = forgetAcknowledged();
+    if (arrived != acknowledgedBytes_ || arrived == writtenBytes_) {
+        acknowledgedBytes_ = arrived;
+        unmovedMs_ = 0;
+        return false;
+    }
+    if (!EvtAgentMgr::isFlushing()) unmovedMs_ += publishFrequency_;
+    if (stallLimitMs() == 0 || unmovedMs_ < stallLimitMs()) return false;
+    logMessage(msg::kServerStalled, hostForLog(), portNumber_, stallLimitMs() / 1000);
+    return true;
 }
 
 // --- plain lines ---------------------------------------------------------------------------------

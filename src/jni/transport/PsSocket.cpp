@@ -1,7 +1,9 @@
 #include "transport/PsSocket.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/sockios.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -10,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <system_error>
 
 namespace pssocket {
@@ -49,10 +52,37 @@ Wait waitWritable(int fd, int limitMs, const StopTest& stop) {
     }
 }
 
+bool metItself(int fd) {
+    Address own;
+    Address peer;
+    own.size = peer.size = sizeof own.storage;
+    return getsockname(fd, reinterpret_cast<sockaddr*>(&own.storage), &own.size) == 0 &&
+           getpeername(fd, reinterpret_cast<sockaddr*>(&peer.storage), &peer.size) == 0 &&
+           own.size == peer.size && std::memcmp(&own.storage, &peer.storage, own.size) == 0;
+}
+
 }  // namespace
 
-int open() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+Address addressOf(const char* host, int port) {
+    Address address;
+    const auto wirePort = htons(static_cast<std::uint16_t>(port));
+    auto* const six = reinterpret_cast<sockaddr_in6*>(&address.storage);
+    if (inet_pton(AF_INET6, host, &six->sin6_addr) == 1) {
+        six->sin6_family = AF_INET6;
+        six->sin6_port = wirePort;
+        address.size = sizeof *six;
+        return address;
+    }
+    auto* const four = reinterpret_cast<sockaddr_in*>(&address.storage);
+    four->sin_family = AF_INET;
+    four->sin_addr.s_addr = inet_addr(host);
+    four->sin_port = wirePort;
+    address.size = sizeof *four;
+    return address;
+}
+
+int open(int family) {
+    const int fd = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0 || fd > STDERR_FILENO) return fd;
     const int higher = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     const int error = errno;
@@ -61,11 +91,11 @@ int open() {
     return higher;
 }
 
-int connectWithin(int fd, const sockaddr_in& address, int limitMs, const StopTest& stop) {
+int connectWithin(int fd, const Address& address, int limitMs, const StopTest& stop) {
     const int flags = fcntl(fd, F_GETFL);
     if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0) return errno;
     int error = 0;
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (connect(fd, address.get(), address.size) != 0) {
         // An interrupted connect goes on by itself, like one in progress.
         if (errno != EINPROGRESS && errno != EINTR) return errno;
         switch (waitWritable(fd, limitMs, stop)) {
@@ -79,8 +109,18 @@ int connectWithin(int fd, const sockaddr_in& address, int limitMs, const StopTes
                 return ETIMEDOUT;
         }
     }
+    if (error == 0 && metItself(fd)) {
+        discardUnsent(fd);  // its end would keep the port from the server for a minute
+        return ECONNREFUSED;
+    }
     if (error == 0 && fcntl(fd, F_SETFL, flags) < 0) return errno;
     return error;
+}
+
+void limitSilence(int fd, int limitMs) {
+    const unsigned limit = static_cast<unsigned>(limitMs);
+    // Refused: the sender notices by itself, as long as its process is not stopped.
+    setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &limit, sizeof limit);
 }
 
 int sendAll(int fd, const char* bytes, long count, int timeoutMs, const StopTest& stop,
@@ -125,6 +165,11 @@ void awaitAcknowledged(int fd, int limitMs, const StopTest& stop) {
     pollfd broken{fd, 0, 0};  // POLLERR and POLLHUP come unasked
     while (unacknowledgedBytes(fd) > 0 && Clock::now() < deadline && !stop())
         if (poll(&broken, 1, kAckStepMs) != 0) return;
+}
+
+void discardUnsent(int fd) {
+    const linger atOnce{1, 0};
+    setsockopt(fd, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
 std::string errorText(int error) {

@@ -126,6 +126,14 @@ TEST_F(CaptureTest, AFailedServletEndsWithAnErrorAndOtherKindsWithAnEnd) {
     }
 }
 
+TEST_F(CaptureTest, TheLengthsOfStatementsAreNoLengthsOfUrls) {
+    for (int i = 0; i < 254; ++i) capture::begin(env, SQL, {nullptr, s(u"select")}, 0);
+    EXPECT_TRUE(MemoryMonitor::avgSQLCalculated());
+    EXPECT_FALSE(MemoryMonitor::avgURLCalculated());
+    EXPECT_EQ(MemoryMonitor::getSQLSize(), 7 + EventCosts::SQL);
+    take();
+}
+
 TEST_F(CaptureTest, TheOutermostStatementIsTheOneInFlight) {
     set("internal.sql.limit", "8");
     capture::begin(env, SQL, {s(u"jdbc/ds"), s(u"select * from t")}, 0);

@@ -229,6 +229,17 @@ TEST_F(RequestTest, UrlLengthsAreLearnedUntilTheAverageIsFinal) {
     EXPECT_EQ(takeOne<ServletEvent>()->size_, 5 + 88);  // "/url" and its zero
 }
 
+TEST_F(RequestTest, LongTextsAreHeldThoughTheAverageIsCharged) {
+    for (int i = 0; i < 254; ++i) start();
+    take();
+    const auto before = thread->getHeldBeyond();
+    const jstring text = jni.string(std::u16string(900, u'x'));
+    Java_com_velora_probe_ThreadManager_startNativeHttpRequest(env, nullptr, nullptr, text, text,
+                                                               text, text);
+    EXPECT_GT(thread->getHeldBeyond() - before, 3500U);
+    EXPECT_LT(takeOne<ServletEvent>()->size_, 100);
+}
+
 TEST_F(RequestTest, CpuTimesNeverRunBackwardsOnAThread) {
     thread->saveAndTestCPUTime(jlong{1} << 60);
     start();

@@ -64,6 +64,8 @@ protected:
 };
 
 TEST_F(ProbeQLogTest, SetsEverythingUpAndTellsIt) {
+    setenv("QLOG_COMMON_DIR", "", 1);  // not the host's root folder
+    EXPECT_STREQ(ProbeQLog::getLogRootDir(), "/var/kor/tessar/common");
     setenv("QLOG_COMMON_DIR", "/var/common", 1);
     initialize();
     EXPECT_TRUE(ProbeQLog::isInitialized());

@@ -55,6 +55,7 @@ protected:
         event->data_source_name = emptyText();
         event->sql = new char[length + 1]{};
         std::memset(event->sql, 'x', length);
+        event->noteText(static_cast<int>(length + 1));
         ++produced;
         thread->appendEvent(event);
     }

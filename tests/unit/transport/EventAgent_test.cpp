@@ -82,11 +82,32 @@ TEST_F(EventAgentTest, DropsTheOldestDroppableEventsBeyondTheLimit) {
         << "kept events stay ahead of newer ones";
     EXPECT_EQ(got.kinds[5], 9);
     EXPECT_EQ(qlog.messages(1044).size(), 1u);
+    EXPECT_EQ(qlog.messages(1129).size(), 1u);
     EXPECT_EQ(thread->jniAddCounter_, thread->jniDeleteCounter_);
     expectBooksBalance();
 }
 
 // The marker itself puts the queue one over its limit, so that the next pass drops one more.
+TEST_F(EventAgentTest, OverflowsAreToldOnceAMinuteWithTheirSum) {
+    static OncePerMinute::Clock::time_point at;
+    OncePerMinute::now = [] { return at; };
+    set("internal.probe.event.queue.size.limit", "10");
+    runReady();
+    ThreadData* const threads[] = {newThread(), newThread()};
+    for (int second = 0; second <= 60; second += 20) {
+        for (ThreadData* const thread : threads) produce(thread, 15);  // 4 refused, 1 dropped
+        at += std::chrono::seconds(20);
+        pass();
+    }
+    OncePerMinute::now = [] { return OncePerMinute::Clock::now(); };
+    EXPECT_EQ(qlog.messages(1044).size(), 2u);
+    ASSERT_EQ(qlog.messages(1129).size(), 2u);
+    const std::string text = qlog.messages(1129)[1].text;
+    EXPECT_EQ(std::atol(text.c_str() + text.find(": ") + 2), 3 * 2 * 6) << text;
+    arrived();
+    expectBooksBalance();
+}
+
 TEST_F(EventAgentTest, TellsWhatTheFullQueueRefused) {
     set("internal.probe.event.queue.size.limit", "10");
     runReady();
@@ -156,6 +177,8 @@ TEST_F(EventAgentTest, ARecordThatFitsNoPacketIsLeftOutAndToldOncePerKind) {
     pass();
     EXPECT_EQ(arrived().events, 3);
     EXPECT_EQ(LossBook::of(Loss::tooLarge), 3);
+    EXPECT_EQ(thread->jniAddCounter_, thread->jniDeleteCounter_);
+    EXPECT_EQ(thread->getHeldBeyond(), 0U);
     EXPECT_EQ(qlog.messages(1123).size(), 1u);
     expectBooksBalance();
 }
@@ -282,6 +305,25 @@ TEST_F(EventAgentTest, AReconnectOpensAnewAndHasTheClassEventsSentAgain) {
     EXPECT_EQ(server.connections(), 2u);
     EXPECT_GE(LossBook::total(), 5);
     EXPECT_EQ(received().inits, 2);
+    expectBooksBalance();
+}
+
+TEST_F(EventAgentTest, ResetsOfOurOwnLoseNothing) {
+    set("networkagent.socket.resettime", "500");  // in every pass
+    runReady(2, 2);
+    for (int round = 0; round < 8; ++round) {
+        ThreadData* const threads[] = {newThread(), newThread()};
+        for (ThreadData* const thread : threads) {
+            produce(thread, 5);
+            end(thread);
+        }
+        for (int i = 0; i < round % 3; ++i) gate.step("n1");
+        pass(2, 2);
+    }
+    for (int i = 0; i < 4; ++i) pass(2, 2);
+    EXPECT_EQ(arrived().events, 80);
+    EXPECT_EQ(LossBook::total(), 0);
+    EXPECT_GT(server.connections(), 4u);
     expectBooksBalance();
 }
 

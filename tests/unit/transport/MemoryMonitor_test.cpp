@@ -4,6 +4,7 @@
 
 #include "TransportFixture.h"
 #include "agent/ProbeMgr.h"
+#include "event/GateBooks.h"
 #include "foundation/PropertyMgr.h"
 
 namespace {
@@ -105,6 +106,35 @@ TEST_F(MemoryMonitorTest, StopsAtTheLimitAndResumesOnlyTheDistanceBelow) {
     EXPECT_EQ(qlog.messages(1055).at(0).text,
               "Memory Utlization below Limit, datacollector is accepting data, Limit: 60000000 "
               "Memory Utilization: 58000000");
+}
+
+TEST_F(MemoryMonitorTest, TheBytesReallyHeldCloseTheGateAsWell) {
+    MemoryMonitor* const monitor = started();
+    monitor->checkForULimit(1000000, nullptr, 54999999);
+    EXPECT_FALSE(MemoryMonitor::isULimitReached());
+    monitor->checkForULimit(1000000, nullptr, 55000000);
+    EXPECT_TRUE(MemoryMonitor::isULimitReached());
+    EXPECT_EQ(monitor->getMemoryTaken(), 5000000u) << "the estimate is shown as ever";
+    EXPECT_EQ(qlog.messages(1128).size(), 1u);
+    monitor->checkForULimit(1000000, nullptr, 53000001);
+    EXPECT_TRUE(MemoryMonitor::isULimitReached());
+    monitor->checkForULimit(1000000, nullptr, 53000000);
+    EXPECT_FALSE(MemoryMonitor::isULimitReached());
+}
+
+TEST_F(MemoryMonitorTest, TurnedAwayCallsAreToldOnceAMinute) {
+    static OncePerMinute::Clock::time_point at;
+    OncePerMinute::now = [] { return at; };
+    MemoryMonitor* const monitor = started();
+    for (int second = 0; second <= 60; second += 20) {
+        GateBooks::noteCalls(5);
+        at += std::chrono::seconds(20);
+        monitor->checkForULimit(60000000);
+    }
+    OncePerMinute::now = [] { return OncePerMinute::Clock::now(); };
+    ASSERT_EQ(qlog.messages(1122).size(), 2u);
+    EXPECT_EQ(qlog.messages(1122)[1].text,
+              "Capture was stopped by the memory limit: 15 calls made no event");
 }
 
 TEST_F(MemoryMonitorTest, TheAveragesFreezeAtThe254thSample) {

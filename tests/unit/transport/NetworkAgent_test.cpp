@@ -16,8 +16,12 @@ protected:
     }
     NetworkAgentMgr* manager() { return naMgr_.load(); }
     int send(const std::string& text, long events = 0, unsigned long connection = 0) {
-        return manager()->sendData(this, text.data(), static_cast<int>(text.size()),
-                                   {events, connection, false});
+        PacketInfo info{connection, false, {}};
+        info.ends.add(text.size(), events);
+        return manager()->sendData(this, text.data(), static_cast<int>(text.size()), info);
+    }
+    int sendInit(unsigned long connection) {
+        return manager()->sendData(this, "init", 4, {connection, true, {}});
     }
     std::string got(std::size_t connection = 0) const {
         const Bytes bytes = server.bytes(connection);
@@ -72,11 +76,20 @@ TEST_F(NetworkAgentTest, RejectsUntilTheLoopIsConnected) {
 }
 
 TEST_F(NetworkAgentTest, KeepsTryingWhileConnectsAreRefused) {
+    static OncePerMinute::Clock::time_point at;
+    OncePerMinute::now = [] { return at; };
     server.refuse();
     runOne();
     for (int i = 0; i < 9; ++i) gate.step("n0");
-    EXPECT_EQ(texts("socket connect() failure [127.0.0.1:"), 10);
-    EXPECT_EQ(qlog.messages(1064).size(), 10u);
+    EXPECT_EQ(texts("socket connect() failure [127.0.0.1:"), 1) << "a day has 170,000 attempts";
+    EXPECT_EQ(qlog.messages(1064).size(), 1u);
+    at += std::chrono::seconds(60);
+    gate.step("n0");
+    EXPECT_EQ(qlog.messages(1064).size(), 2u);
+    EXPECT_EQ(
+        qlog.messages(1130).at(0).text,
+        "No connection to PS yet: 11 attempts have failed; their reasons follow once a minute");
+    OncePerMinute::now = [] { return OncePerMinute::Clock::now(); };
     server.accept();
     gate.step("n0");
     EXPECT_EQ(qlog.messages(1060).size(), 1u);
@@ -159,6 +172,28 @@ TEST_F(NetworkAgentTest, ResetsTheConnectionAfterTheSetNumberOfPasses) {
     EXPECT_EQ(manager()->lineOf(this).connection, 3u);
 }
 
+TEST_F(NetworkAgentTest, WhatWaitsAtAResetOfOurOwnGoesOutBehindTheNextInitialRecords) {
+    set("networkagent.socket.resettime", "500");  // in every pass
+    runOne();
+    sendInit(1);
+    send("first", 5, 1);
+    gate.step("n0");  // the initial records are never left behind
+    gate.step("n0");
+    EXPECT_EQ(manager()->lineOf(this).connection, 2u);
+    EXPECT_EQ(send("late", 7, 1), 1) << "built before we reset the connection";
+    for (int i = 0; i < 3; ++i) gate.step("n0");
+    EXPECT_EQ(manager()->lineOf(this).connection, 2u) << "put off";
+    EXPECT_EQ(sendInit(1), 0);
+    EXPECT_EQ(sendInit(2), 1);
+    for (int i = 0; i < 3; ++i) gate.step("n0");
+    EXPECT_EQ(manager()->lineOf(this).connection, 3u);
+    EXPECT_EQ(sendInit(3), 1);
+    for (int i = 0; i < 3; ++i) gate.step("n0");
+    ASSERT_TRUE(server.waitForBytes(2, 8));
+    EXPECT_EQ(got(0) + "|" + got(1) + "|" + got(2), "init|initfirst|initlate");
+    EXPECT_EQ(LossBook::total(), 0);
+}
+
 TEST_F(NetworkAgentTest, AResetTimeBelowThePeriodResetsNothing) {
     set("networkagent.socket.resettime", "499");
     runOne();
@@ -215,6 +250,42 @@ TEST_F(NetworkAgentTest, CountsWrittenPacketsThatNeverLeftTheSendBuffer) {
     EXPECT_EQ(LossBook::of(Loss::writeFailed), 7);
     EXPECT_EQ(LossBook::of(Loss::notAcknowledged), 5);
     EXPECT_EQ(qlog.messages(1061).size(), 1u);
+}
+
+TEST_F(NetworkAgentTest, CountsTheRecordsThatABrokenConnectionCutOff) {
+    server.setManner(LoopbackServer::Manner::hanging);
+    runOne();
+    ASSERT_TRUE(server.waitForConnections(1));
+    const std::string big(8 << 20, 'x');
+    PacketInfo info{1, false, {}};
+    info.ends.add(100, 3);  // has arrived
+    info.ends.add(4 << 20, 1);
+    info.ends.add(big.size(), 7);
+    manager()->sendData(this, big.data(), static_cast<int>(big.size()), info);
+    std::thread stepper([&] { gate.step("n0"); });  // stuck until the connection breaks
+    while (manager()->getTotalDataSize() != 0) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    server.resetConnections();
+    stepper.join();
+    EXPECT_EQ(LossBook::of(Loss::writeFailed), 8);
+}
+
+TEST_F(NetworkAgentTest, LeavesAServerThatTakesNothingAnyMore) {
+    set("networkagent.socket.timeout", "2");
+    server.setManner(LoopbackServer::Manner::hanging);
+    runOne();
+    ASSERT_TRUE(server.waitForConnections(1));
+    send(std::string(40000, 'x'), 5, 1);
+    for (int pass = 0; pass < 5; ++pass) gate.step("n0");
+    EXPECT_TRUE(manager()->isReady(this)) << "its system took some of it in the first pass";
+    gate.step("n0");
+    EXPECT_FALSE(manager()->isReady(this));
+    EXPECT_EQ(qlog.messages(1127).size(), 1u);
+    EXPECT_EQ(LossBook::of(Loss::notAcknowledged), 5);
+    server.setManner(LoopbackServer::Manner::reading);
+    gate.step("n0");
+    EXPECT_EQ(manager()->lineOf(this).connection, 2u);
+    EXPECT_LT(server.bytes(0).size(), 40000u) << "nothing arrives that has been counted";
 }
 
 TEST_F(NetworkAgentTest, AFailedBindStillConnects) {

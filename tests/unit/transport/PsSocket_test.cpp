@@ -16,12 +16,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-sockaddr_in addressOf(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
+pssocket::Address addressOf(int port) {
+    return pssocket::addressOf("127.0.0.1", port);
 }
 
 const pssocket::StopTest kNever = [] { return false; };
@@ -29,8 +25,15 @@ const pssocket::StopTest kAtOnce = [] { return true; };
 
 class Socket {
 public:
-    Socket() : fd(pssocket::open()) {}
+    explicit Socket(int family = AF_INET) : fd(pssocket::open(family)) {}
     ~Socket() { ::close(fd); }
+    // Binds it to a free port of that address, which is the answer.
+    int bound(const char* host) const {
+        pssocket::Address address = pssocket::addressOf(host, 0);
+        if (bind(fd, address.get(), address.size) != 0) return 0;
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address.storage), &address.size);
+        return ntohs(reinterpret_cast<const sockaddr_in*>(&address.storage)->sin_port);
+    }
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
     int fd;
@@ -40,12 +43,8 @@ public:
 class FullListener {
 public:
     FullListener() {
-        sockaddr_in address = addressOf(0);
-        socklen_t size = sizeof address;
-        bind(own_.fd, reinterpret_cast<sockaddr*>(&address), size);
+        port = own_.bound("127.0.0.1");
         listen(own_.fd, 0);
-        getsockname(own_.fd, reinterpret_cast<sockaddr*>(&address), &size);
-        port = ntohs(address.sin_port);
         do {
             waiting_.emplace_back();
         } while (pssocket::connectWithin(waiting_.back().fd, addressOf(port), 100, kNever) == 0);
@@ -64,6 +63,21 @@ TEST(PsSocket, ConnectGivesUpOnAServerThatDoesNotAnswer) {
     Socket stopped;
     EXPECT_EQ(pssocket::connectWithin(stopped.fd, addressOf(listener.port), 60000, kAtOnce),
               ECANCELED);
+}
+
+TEST(PsSocket, AConnectionThatMeetsItselfIsARefusal) {
+    Socket socket;
+    const int own = socket.bound("127.0.0.1");
+    EXPECT_EQ(pssocket::connectWithin(socket.fd, addressOf(own), 1000, kNever), ECONNREFUSED);
+}
+
+TEST(PsSocket, ConnectsToAnAddressOfSixteenBytes) {
+    Socket listener(AF_INET6);
+    const int port = listener.bound("::1");
+    if (port == 0 || listen(listener.fd, 1) != 0) GTEST_SKIP() << "a host without IPv6";
+    Socket socket(AF_INET6);
+    EXPECT_EQ(pssocket::connectWithin(socket.fd, pssocket::addressOf("::1", port), 1000, kNever),
+              0);
 }
 
 TEST(PsSocket, ConnectTellsARefusal) {

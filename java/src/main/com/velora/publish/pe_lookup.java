@@ -15,16 +15,18 @@ import java.util.List;
  *
  * <p>The servers of the list are tried in turn: an attempt that follows soon after the last one means that the last
  * server did not take or keep the connection, so the next one is offered. After a quiet time (a connection that held)
- * the list starts with its first server again.
+ * the list starts with its first server again, unless that is the one whose connection has just ended: one that
+ * stands still takes connections as if nothing were wrong.
  */
 public final class pe_lookup {
-    /** Dotted IPv4 address: the native side resolves no names. */
+    /** An IPv4 address in dots, or an IPv6 address: the native side resolves no names. */
     static String hostName_;
     static int port_ = -1;
     /** Size asked of the socket's send buffer, bytes. */
     static int sendBuffSize_ = 1 << 20;
 
     private static final long QUIET_NANOS = 30_000_000_000L;
+    private static final long COMPLAINT_NANOS = 60_000_000_000L;
 
     private static List<Server> servers = Collections.emptyList();
     private static int next;
@@ -67,24 +69,26 @@ public final class pe_lookup {
         if (servers.isEmpty()) {
             return false;
         }
-        if (lastAttempt == 0 || now - lastAttempt > QUIET_NANOS) {
+        if (lastAttempt == 0 || now - lastAttempt > QUIET_NANOS && next != 1) {
             next = 0;
         }
         lastAttempt = now;
         Server server = servers.get(next);
         next = (next + 1) % servers.size();
-        String address = server.address();
-        if (address == null) {
+        try {
+            hostName_ = server.address();
+            port_ = server.port;
+            return true;
+        } catch (UnknownHostException e) {
+            server.complain(now, e);
             return false;
         }
-        hostName_ = address;
-        port_ = server.port;
-        return true;
     }
 
     private static final class Server {
         private final String host;
         private final int port;
+        private long complained; // when, 0: never
 
         private Server(String host, int port) {
             this.host = host;
@@ -93,27 +97,36 @@ public final class pe_lookup {
 
         static Server parse(String entry) {
             int colon = entry.lastIndexOf(':');
-            if (colon <= 0) {
+            String host = entry.substring(0, Math.max(colon, 0));
+            if (host.startsWith("[") && host.endsWith("]")) {
+                host = host.substring(1, host.length() - 1);
+            } else if (host.indexOf(':') >= 0) { // an IPv6 address whose last part is no port
                 return null;
             }
             try {
                 int port = Integer.parseInt(entry.substring(colon + 1));
-                return port < 1 || port > 65535 ? null : new Server(entry.substring(0, colon), port);
+                return host.isEmpty() || port < 1 || port > 65535 ? null : new Server(host, port);
             } catch (NumberFormatException e) {
                 return null;
             }
         }
 
-        String address() {
-            try {
-                for (InetAddress address : InetAddress.getAllByName(host)) {
-                    if (address instanceof Inet4Address) {
-                        return address.getHostAddress();
-                    }
+        /** Its IPv4 address if it has one. */
+        String address() throws UnknownHostException {
+            InetAddress[] all = InetAddress.getAllByName(host);
+            for (InetAddress address : all) {
+                if (address instanceof Inet4Address) {
+                    return address.getHostAddress();
                 }
-                return null;
-            } catch (UnknownHostException e) {
-                return null;
+            }
+            return all[0].getHostAddress();
+        }
+
+        /** At most once a minute: an attempt fails every half second while a name cannot be resolved. */
+        void complain(long now, UnknownHostException reason) {
+            if (complained == 0 || now - complained >= COMPLAINT_NANOS) {
+                complained = now;
+                AgentLog.warn("Publish Server " + host + ":" + port + " cannot be found: " + reason.getMessage());
             }
         }
     }

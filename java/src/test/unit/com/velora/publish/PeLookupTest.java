@@ -11,15 +11,25 @@ public class PeLookupTest {
     private static final long SECOND = 1_000_000_000L;
 
     @Test
-    public void failedServersAreFollowedByTheNextAndAQuietTimeStartsAnew() {
-        pe_lookup.use("127.0.0.1:1001; localhost:1002, 127.0.0.3:1003");
+    public void failedServersAreFollowedByTheNextAndAQuietTimeStartsAnewButNotWithTheServerThatWasLeft() {
+        pe_lookup.use("127.0.0.1:1; localhost:2, 127.0.0.3:3");
         String offered = "";
-        for (long second : new long[] {1, 2, 3, 4, 60, 61}) {
+        for (long second : new long[] {1, 2, 3, 4, 5, 60, 61, 120, 180, 181}) {
             assertTrue(pe_lookup.choose(second * SECOND));
-            offered += pe_lookup.hostName_ + ":" + pe_lookup.port_ + " ";
+            offered += pe_lookup.port_ + " ";
         }
-        assertEquals("127.0.0.1:1001 127.0.0.1:1002 127.0.0.3:1003 127.0.0.1:1001 127.0.0.1:1001 127.0.0.1:1002 ",
-                offered);
+        assertEquals("1 2 3 1 2 1 2 1 2 3 ", offered);
+        assertEquals("127.0.0.3", pe_lookup.hostName_);
+    }
+
+    @Test
+    public void anAddressOfSixteenBytesStandsInBrackets() {
+        pe_lookup.use("::1:1 [::1 []:3 [::1]:7");
+        assertTrue(pe_lookup.choose(SECOND));
+        assertEquals("0:0:0:0:0:0:0:1", pe_lookup.hostName_);
+        assertEquals(7, pe_lookup.port_);
+        assertTrue(pe_lookup.choose(2 * SECOND));
+        assertEquals(7, pe_lookup.port_);
     }
 
     @Test
