@@ -19,7 +19,7 @@ constexpr IdentityKey kIdentityKeys[] = {
 };
 
 // Must name every key that com.velora.agent.AgentOptions reads.
-constexpr std::string_view kJavaKeys[] = {"ps", "probe", "admin"};
+constexpr std::string_view kJavaKeys[] = {"ps", "probe", "admin", "sessionids"};
 
 std::string_view trimmed(std::string_view text) {
     const auto first = text.find_first_not_of(" \t");

@@ -18,7 +18,7 @@ class ContainerTest(JvmTest):
         ps = self.server()
         tomcat = self.tomcat(jdk, ps=ps.address, agent=agent)
         self.assertTrue(wait_until(lambda: ps.objects("agent")), "the agent did not connect:\n" + tomcat.text())
-        self.assertEqual(200, tomcat.get("/hello"))
+        self.assertEqual(200, tomcat.get("/hello;jsessionid=" + "0A" * 16))
         self.assertEqual(401, tomcat.get("/private/hello"))
         self.assertEqual(200, tomcat.get("/private/hello", user="demo"))
         self.assertEqual(200, tomcat.get("/slow?ms=120"))

@@ -13,6 +13,7 @@ import java.util.Locale;
  *   <li>ps: the Publish Servers, "host:port" separated by ';' or blanks (in the system property also by ','), tried
  *       in turn; default 127.0.0.1:9520</li>
  *   <li>admin: the port on which an operator may ask, 0 for any free one; default none</li>
+ *   <li>sessionids: cut (default) or keep; whether URLs keep the ids of sessions</li>
  *   <li>probe: on (default) or off; off leaves classes alone and starts nothing</li>
  * </ul>
  * A key that is not known here is left to the native side, which has already reported what nobody knows.
@@ -24,12 +25,15 @@ public final class AgentOptions {
 
     private final String publishServers;
     private final boolean enabled;
+    private final boolean sessionIdsKept;
     private final int adminPort;
     private final List<String> problems;
 
-    private AgentOptions(String publishServers, boolean enabled, int adminPort, List<String> problems) {
+    private AgentOptions(String publishServers, boolean enabled, boolean sessionIdsKept, int adminPort,
+            List<String> problems) {
         this.publishServers = publishServers;
         this.enabled = enabled;
+        this.sessionIdsKept = sessionIdsKept;
         this.adminPort = adminPort;
         this.problems = Collections.unmodifiableList(problems);
     }
@@ -38,6 +42,7 @@ public final class AgentOptions {
         String servers = System.getProperty("velora.ps");
         String probe = System.getProperty("velora.probe");
         String admin = System.getProperty("velora.admin");
+        String sessionIds = System.getProperty("velora.sessionids");
         for (String pair : (arguments == null ? "" : arguments).split(",")) {
             int equals = pair.indexOf('=');
             String key = (equals < 0 ? pair : pair.substring(0, equals)).trim();
@@ -48,21 +53,26 @@ public final class AgentOptions {
                 probe = value;
             } else if (key.equals("admin")) {
                 admin = value;
+            } else if (key.equals("sessionids")) {
+                sessionIds = value;
             }
         }
         if (servers == null || servers.trim().isEmpty()) {
             servers = DEFAULT_PUBLISH_SERVERS;
         }
         List<String> problems = new ArrayList<>();
-        return new AgentOptions(servers, isOn(probe, problems), portOf(admin, problems), problems);
+        boolean enabled = !isOther("probe", probe, "on", "off", problems);
+        boolean kept = isOther("sessionids", sessionIds, "cut", "keep", problems);
+        return new AgentOptions(servers, enabled, kept, portOf(admin, problems), problems);
     }
 
-    private static boolean isOn(String probe, List<String> problems) {
-        String word = probe == null ? "on" : probe.toLowerCase(Locale.ROOT);
-        if (!word.equals("on") && !word.equals("off")) {
-            problems.add("probe=" + probe + " is neither on nor off; using on");
+    /** Whether the other of two words was given; no word is the usual one. */
+    private static boolean isOther(String key, String value, String usual, String other, List<String> problems) {
+        String word = value == null ? usual : value.toLowerCase(Locale.ROOT);
+        if (!word.equals(usual) && !word.equals(other)) {
+            problems.add(key + "=" + value + " is neither " + usual + " nor " + other + "; using " + usual);
         }
-        return !word.equals("off");
+        return word.equals(other);
     }
 
     private static int portOf(String admin, List<String> problems) {
@@ -86,6 +96,10 @@ public final class AgentOptions {
 
     public boolean enabled() {
         return enabled;
+    }
+
+    public boolean sessionIdsKept() {
+        return sessionIdsKept;
     }
 
     /** 0: any free port; {@link #NO_PORT}: the admin port stays closed. */

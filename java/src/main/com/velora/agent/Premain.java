@@ -1,6 +1,7 @@
 package com.velora.agent;
 
 import com.velora.instrument.ServletTransformer;
+import com.velora.probe.servlet.RequestNames;
 import com.velora.probe.servlet.ServletProbe;
 
 import java.lang.instrument.Instrumentation;
@@ -45,6 +46,7 @@ public final class Premain {
         }
         NativeLibrary.ensureLoaded();
         options.reportProblems();
+        RequestNames.keepSessionIds = options.sessionIdsKept();
         ServletTransformer.install(instrumentation);
         if (Collector.start(options)) {
             ServletProbe.switchOn();

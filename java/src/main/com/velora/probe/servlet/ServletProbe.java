@@ -33,7 +33,7 @@ public final class ServletProbe {
      * A servlet was entered.
      *
      * @param config the servlet's configuration, or null when it has none: it tells once who the container is
-     * @param servletName the configured name, or null: then the class stands for it
+     * @param servletName the configured name, or null
      * @param contextPath the application; empty for the root application, shown as "/"
      * @param includedUri the address of an included resource, or null: then requestUri counts
      * @return whether the request is being captured, to be handed to finish or error
@@ -41,9 +41,9 @@ public final class ServletProbe {
     public static boolean start(Object servlet, Object config, String servletName, String contextPath,
             Object includedUri, String requestUri, String user) {
         ContainerIdentity.learnFrom(config);
-        String name = servletName != null ? servletName : servlet.getClass().getName();
+        String name = RequestNames.ofServlet(servlet, servletName);
         String application = contextPath == null || contextPath.isEmpty() ? "/" : contextPath;
-        String url = includedUri instanceof String ? (String) includedUri : requestUri;
+        String url = RequestNames.ofUrl(includedUri instanceof String ? (String) includedUri : requestUri);
         int nameNumber = RegisteredTexts.numberOf(name);
         int applicationNumber = RegisteredTexts.numberOf(application);
         if (nameNumber != 0 && applicationNumber != 0) {
