@@ -5,8 +5,8 @@
 #include <string>
 
 #include "dc2ps/StreamDecoder.h"
-#include "server/AgentSession.h"
-#include "server/Output.h"
+#include "server/print/Format.h"
+#include "server/receive/AgentSession.h"
 #include "support/WireWriter.h"
 
 namespace {

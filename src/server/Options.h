@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "server/Output.h"
+#include "server/print/Format.h"
 
 namespace server {
 

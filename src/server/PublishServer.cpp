@@ -9,10 +9,10 @@
 #include <fstream>
 #include <memory>
 
-#include "server/AgentSession.h"
-#include "server/FdSink.h"
-#include "server/Receiver.h"
-#include "server/StreamRecorder.h"
+#include "server/print/FdSink.h"
+#include "server/receive/AgentSession.h"
+#include "server/receive/Receiver.h"
+#include "server/receive/StreamRecorder.h"
 
 namespace server {
 

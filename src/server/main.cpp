@@ -6,13 +6,13 @@
 #include <fstream>
 #include <iostream>
 
-#include "server/Ask.h"
-#include "server/Dump.h"
-#include "server/FdSink.h"
-#include "server/HeapTable.h"
 #include "server/Options.h"
 #include "server/PublishServer.h"
-#include "server/Show.h"
+#include "server/ask/Ask.h"
+#include "server/ask/HeapTable.h"
+#include "server/print/Dump.h"
+#include "server/print/FdSink.h"
+#include "server/print/Show.h"
 
 namespace {
 

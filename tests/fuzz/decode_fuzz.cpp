@@ -11,9 +11,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "server/AgentSession.h"
-#include "server/JsonReader.h"
-#include "server/Output.h"
+#include "server/print/Format.h"
+#include "server/print/JsonReader.h"
+#include "server/receive/AgentSession.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // A connection's way from bytes to lines, in both formats.
-#include "server/AgentSession.h"
+#include "server/receive/AgentSession.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,9 @@
 
 #include "Lines.h"
 #include "dc2ps/Text.h"
-#include "server/JsonReader.h"
-#include "server/Show.h"
+#include "server/print/Format.h"
+#include "server/print/JsonReader.h"
+#include "server/print/Show.h"
 #include "support/WireWriter.h"
 
 using namespace server;

@@ -1,4 +1,4 @@
-#include "server/Answer.h"
+#include "server/ask/Answer.h"
 
 #include <gtest/gtest.h>
 

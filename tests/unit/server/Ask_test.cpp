@@ -1,5 +1,5 @@
 // What an asker learns when no answer comes. Answers themselves are asked for in real VMs.
-#include "server/Ask.h"
+#include "server/ask/Ask.h"
 
 #include <gtest/gtest.h>
 

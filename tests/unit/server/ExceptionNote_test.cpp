@@ -1,4 +1,4 @@
-#include "server/ExceptionNote.h"
+#include "server/print/ExceptionNote.h"
 
 #include <gtest/gtest.h>
 

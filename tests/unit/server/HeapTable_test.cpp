@@ -1,4 +1,4 @@
-#include "server/HeapTable.h"
+#include "server/ask/HeapTable.h"
 
 #include <gtest/gtest.h>
 

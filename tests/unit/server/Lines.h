@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "server/Output.h"
+#include "server/model/LineSink.h"
 
 class Lines : public server::LineSink {
 public:

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "server/JsonReader.h"
+#include "server/print/JsonReader.h"
 
 using namespace server;
 

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "server/JsonReader.h"
+#include "server/print/JsonReader.h"
 #include "support/WireWriter.h"
 
 using byhand::At;

@@ -1,4 +1,4 @@
-#include "server/SpanJoiner.h"
+#include "server/join/SpanJoiner.h"
 
 #include <gtest/gtest.h>
 

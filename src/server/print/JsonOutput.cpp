@@ -1,0 +1,264 @@
+#include "server/print/JsonOutput.h"
+
+#include "server/print/JsonLine.h"
+
+namespace server {
+
+using dc2ps::Record;
+
+namespace {
+
+constexpr std::size_t kMaxBuffer = 1u << 20;  // bytes written before they are handed over
+
+const char* jsonTypeOf(SpanKind kind) {
+    switch (groupOf(kind)) {
+        case SpanGroup::request:
+        case SpanGroup::looseRequest:
+            return "request";
+        case SpanGroup::call:
+            return "call";
+        case SpanGroup::lock:
+            return "lock";
+        case SpanGroup::heap:
+            return "heap";
+        case SpanGroup::method:
+            return "method";
+    }
+    return "";
+}
+
+const char* jsonTypeOf(const Record& record) {
+    using enum dc2ps::RecordType;
+    switch (dc2ps::typeOf(record)) {
+        case dropped:
+            return "drop";
+        case psStatus:
+            return "status";
+        case exception:
+            return "exception";
+        case classLoad:
+            return "classLoad";
+        case classUnload:
+            return "classUnload";
+        case trace:
+            return "trace";
+        case sampling:
+            return "sampling";
+        case ctg:
+            return "ctg";
+        case mqi:
+            return "mqi";
+        case portalMethodName:
+            return "portalMethod";
+        default:
+            return "portalSummary";
+    }
+}
+
+const char* nameOf(AgentEvent event) {
+    switch (event) {
+        case AgentEvent::connected:
+            return "connected";
+        case AgentEvent::reannounced:
+            return "reannounced";
+        case AgentEvent::unidentified:
+            return "unidentified";
+        case AgentEvent::disconnected:
+            return "disconnected";
+    }
+    return "";
+}
+
+void where(JsonLine& line, const Agent& agent) {
+    line.number("connection", agent.connection);
+    line.text("node", agent.node);
+    line.text("server", agent.server);
+}
+
+void outcomes(JsonLine& line, const char* key, const Statistics::Outcomes& counts) {
+    const std::string prefix = key;
+    line.number(prefix, counts.total());
+    line.number(prefix + "Ok", counts.byOutcome[0]);
+    line.number(prefix + "Error", counts.byOutcome[1]);
+    line.number(prefix + "Unfinished", counts.byOutcome[2]);
+    line.number(prefix + "NoStart", counts.byOutcome[3]);
+}
+
+}  // namespace
+
+void JsonOutput::agent(const Agent& agent, AgentEvent event, std::string_view reason,
+                       std::int64_t nowMillis) {
+    JsonLine line(buffer_, "agent");
+    line.text("event", nameOf(event));
+    line.time("time", nowMillis * 1000);
+    where(line, agent);
+    line.text("peer", agent.peer);
+    if (event == AgentEvent::connected || event == AgentEvent::reannounced) {
+        line.text("componentId", agent.componentId);
+        line.text("cluster", agent.cluster);
+        std::string version;
+        for (const std::uint8_t part : agent.version) {
+            if (!version.empty()) version += '.';
+            dc2ps::appendNumber(version, std::uint64_t{part});
+        }
+        line.text("version", version);
+        line.text("kind", agent.standalone ? "standalone" : "applicationServer");
+        line.number("adminPort", agent.adminPort);
+        line.number("platform", agent.platform);
+        line.number("agentMillis", agent.agentMillis);
+    }
+    if (event == AgentEvent::disconnected) {
+        line.text("reason", reason);
+        line.number("bytes", agent.bytes);
+        line.number("packets", agent.packets);
+        line.number("records", agent.records);
+    }
+    finish(line);
+}
+
+void JsonOutput::garbage(const Agent& agent, std::uint64_t offset, std::string_view reason,
+                         std::int64_t nowMillis) {
+    JsonLine line(buffer_, "garbage");
+    line.time("time", nowMillis * 1000);
+    where(line, agent);
+    line.text("peer", agent.peer);
+    line.number("offset", offset);
+    line.text("reason", reason);
+    finish(line);
+}
+
+void JsonOutput::span(const Agent& agent, const Span& span) {
+    labelSpan(span, agent.names, labels_);
+    JsonLine line(buffer_, jsonTypeOf(span.kind));
+    line.text("kind", spanKindName(span.kind));
+    line.time("time", timeOf(span));
+    where(line, agent);
+    line.text("name", labels_.name);
+    line.text("application", labels_.application);
+    line.text("url", labels_.url);
+    line.text("user", labels_.user);
+    line.number("thread", span.threadId);
+    line.number("depth", span.depth);
+    line.number("id", span.id);
+    line.number("parent", span.parentId);
+    line.number("level", span.level);
+    span.wallMicros ? line.decimal("wallMs", *span.wallMicros, 3) : line.null("wallMs");
+    span.cpuNanos ? line.decimal("cpuMs", *span.cpuNanos, 6) : line.null("cpuMs");
+    line.text("outcome", outcomeName(span.outcome));
+    if (span.why != GivenUp::no) line.text("why", givenUpName(span.why));
+    details(line, agent, span);
+    finish(line);
+}
+
+// What only some kinds have.
+void JsonOutput::details(JsonLine& line, const Agent& agent, const Span& span) {
+    if (!span.start) return;
+    const auto method = [&](const char* idKey, const char* nameKey, std::uint32_t id) {
+        line.number(idKey, id);
+        line.text(nameKey, agent.names.method(id));
+    };
+    std::visit(
+        [&](const auto& r) {
+            using R = std::decay_t<decltype(r)>;
+            if constexpr (std::is_same_v<R, dc2ps::LockContention>) {
+                line.number("ownerType", r.ownerType);
+                line.text("ownerName", r.ownerName);
+                line.text("ownerApplication", r.ownerApplication);
+                method("ownerMethodId", "ownerMethod", r.ownerMethodId);
+            }
+            if constexpr (requires { r.methodId; } && !std::is_same_v<R, dc2ps::PortalStep>)
+                method("methodId", "method", r.methodId);
+            if constexpr (std::is_same_v<R, dc2ps::HeapAllocation>) line.number("line", r.line);
+            if constexpr (std::is_same_v<R, dc2ps::JmsCall>)
+                if (r.hasSelector()) line.text("selector", r.selector);
+            if constexpr (std::is_same_v<R, dc2ps::JdoCall>) line.text("arguments", r.arguments);
+            if constexpr (std::is_same_v<R, dc2ps::MqCall>) line.number("action", r.action);
+            if constexpr (std::is_same_v<R, dc2ps::GpsMqCall>) line("token", r.token);
+        },
+        *span.start);
+    if (groupOf(span.kind) != SpanGroup::lock || !span.request) return;
+    labelRecord(*span.request, agent.names, request_);
+    line.text("requestName", request_.name);
+    line.text("requestApplication", request_.application);
+}
+
+void JsonOutput::gc(const Agent& agent, const GcPause& pause) {
+    JsonLine line(buffer_, "gc");
+    const std::int64_t end = pause.end->time.micros();
+    line.time("time", pause.startMicros.value_or(end));
+    where(line, agent);
+    line.number("thread", pause.end->threadId);
+    pause.startMicros ? line.decimal("pauseMs", end - *pause.startMicros, 3) : line.null("pauseMs");
+    line.number("usedObjects", pause.end->usedObjects);
+    line.number("usedSpace", pause.end->usedSpace);
+    line.number("totalSpace", pause.end->totalSpace);
+    finish(line);
+}
+
+void JsonOutput::note(const Agent& agent, const Record& record) {
+    JsonLine line(buffer_, jsonTypeOf(record));
+    where(line, agent);
+    std::visit(
+        [&](const auto& r) {
+            using R = std::decay_t<decltype(r)>;
+            if constexpr (std::is_same_v<R, dc2ps::PortalAverage> ||
+                          std::is_same_v<R, dc2ps::PortalCredentialVault> ||
+                          std::is_same_v<R, dc2ps::PortalContentAccess>)
+                line.text("kind", dc2ps::recordTypeName(r.type));
+            if constexpr (std::is_same_v<R, dc2ps::Mqi>) {
+                line.text("queueManager", r.queueManager);
+                line.text("queue", r.queue);
+                line.number("snapshotTime", r.snapshotTime);
+                line.beginArray("calls");
+                for (std::size_t i = 0; i < static_cast<std::size_t>(r.elementCount); ++i) {
+                    const dc2ps::Mqi::Element element = r.element(i);
+                    line.beginElement();
+                    line.number("callType", element.callType);
+                    line.number("count", element.count);
+                    line.number("averageTime", element.averageTime);
+                    line.end('}');
+                }
+                line.end(']');
+            } else {
+                R::fields(r, line);
+            }
+        },
+        record);
+    finish(line);
+}
+
+void JsonOutput::summary(const Statistics& statistics) {
+    JsonLine line(buffer_, "summary");
+    line.number("connections", statistics.connections);
+    line.number("refusedConnections", statistics.refusedConnections);
+    line.number("garbageConnections", statistics.garbageConnections);
+    line.number("bytes", statistics.bytes);
+    line.number("packets", statistics.packets);
+    line.number("records", statistics.records);
+    outcomes(line, "requests", statistics.requests);
+    outcomes(line, "calls", statistics.calls);
+    line.number("dropRecords", statistics.dropRecords);
+    line.number("droppedEvents", statistics.droppedEvents);
+    line.beginObject("recordsByType");
+    for (std::size_t type = 0; type < statistics.recordsByType.size(); ++type)
+        if (statistics.recordsByType[type] > 0)
+            line.number(dc2ps::recordTypeName(static_cast<dc2ps::RecordType>(type)),
+                        statistics.recordsByType[type]);
+    line.end('}');
+    finish(line);
+}
+
+// Ends the line. Much may be written before the next flush, so the buffer is kept small here.
+void JsonOutput::finish(JsonLine& line) {
+    line.finish();
+    if (buffer_.size() >= kMaxBuffer) flush();
+}
+
+void JsonOutput::flush() {
+    if (buffer_.empty()) return;
+    sink_.write(buffer_);
+    buffer_.clear();
+    if (buffer_.capacity() > 2 * kMaxBuffer) buffer_.shrink_to_fit();
+}
+
+}  // namespace server

@@ -1,0 +1,55 @@
+// One connection from its first byte to its last: decodes what arrives, joins it, shows it, counts
+// it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "dc2ps/StreamDecoder.h"
+#include "server/join/SpanJoiner.h"
+#include "server/model/Agent.h"
+#include "server/model/Output.h"
+#include "server/model/Statistics.h"
+#include "server/receive/ConnectionHandler.h"
+
+namespace server {
+
+class StreamRecorder;
+
+// What all sessions share; outlives them.
+struct SessionServices {
+    Output& output;
+    Statistics& statistics;
+    std::function<std::int64_t()> nowMillis;  // ms since 1970
+    StreamRecorder* recorder = nullptr;       // null: nothing is recorded
+    dc2ps::Limits decodeLimits{};
+    JoinLimits joinLimits{};
+};
+
+class AgentSession final : public ConnectionHandler, dc2ps::RecordSink, SpanSink {
+public:
+    AgentSession(SessionServices& services, std::uint64_t connection, std::string peer);
+    ~AgentSession() override;
+
+    bool received(dc2ps::Bytes untrusted) override;
+    void closed(const std::string& reason) override;
+
+private:
+    void onRecord(std::uint64_t offset, const dc2ps::Record& record) override;
+    void onSpan(const Span& span) override;
+    void onGc(const GcPause& pause) override;
+    void take(const dc2ps::AgentInit& init);
+    void take(const dc2ps::ServerInit& init);
+    void takePacket();
+
+    SessionServices& services_;
+    Agent agent_;
+    bool toldUnidentified_ = false;
+    dc2ps::StreamDecoder decoder_;
+    SpanJoiner joiner_;
+    std::unique_ptr<class RecordedStream> recorded_;
+};
+
+}  // namespace server
