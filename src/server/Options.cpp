@@ -18,6 +18,7 @@ const char* const kUsage =
     "  --port-file FILE     write the port number there once listening; removed at the end\n"
     "  --format FORMAT      table (default) or json: one object per line\n"
     "  --record FILE        save received bytes: first connection in FILE, others in FILE.2, ...\n"
+    "  --memory MB          at most for all agents together (default 512)\n"
     "  --timeout SECONDS    how long to wait for an answer (default 30, for heap 600)\n"
     "  --help, --version    print this text, or the version\n"
     "\n"
@@ -38,10 +39,9 @@ bool parseAddress(std::string_view text, Options& options) {
     const std::size_t colon = text.rfind(':');
     if (colon == std::string_view::npos || colon == 0) return false;
     std::string_view host = text.substr(0, colon);
-    if (host.front() == '[' && host.back() == ']')
-        host = host.substr(1, host.size() - 2);
-    else if (host.find(':') != std::string_view::npos)
-        return false;
+    const bool bracketed = host.front() == '[' && host.back() == ']';
+    if (bracketed) host = host.substr(1, host.size() - 2);
+    if (host.find_first_of(bracketed ? "[]" : "[]:") != std::string_view::npos) return false;
     options.host = host;
     return !host.empty() && parseNumber(text.substr(colon + 1), options.port);
 }
@@ -51,6 +51,14 @@ bool parseLimit(std::string_view text, Options& options) {
     unsigned seconds = 0;
     if (!parseNumber(text, seconds) || seconds == 0 || seconds > kLongest) return false;
     options.answerLimit = std::chrono::seconds(seconds);
+    return true;
+}
+
+bool parseMemory(std::string_view text, Options& options) {
+    constexpr std::size_t kLeast = 16, kMost = 1u << 20;  // MB
+    std::size_t megabytes = 0;
+    if (!parseNumber(text, megabytes) || megabytes < kLeast || megabytes > kMost) return false;
+    options.memory = megabytes << 20;
     return true;
 }
 
@@ -71,7 +79,7 @@ std::optional<Options::Task> taskOf(std::string_view name) {
 
 bool takesValue(std::string_view name) {
     return taskOf(name) || name == "--listen" || name == "--port-file" || name == "--format" ||
-           name == "--record" || name == "--timeout";
+           name == "--record" || name == "--memory" || name == "--timeout";
 }
 
 std::string applyValue(std::string_view name, std::string_view value, Options& options) {
@@ -87,6 +95,8 @@ std::string applyValue(std::string_view name, std::string_view value, Options& o
         return parseAddress(value, options) ? "" : refused("HOST:PORT expected");
     if (name == "--format")
         return parseFormat(value, options) ? "" : refused("table or json expected");
+    if (name == "--memory")
+        return parseMemory(value, options) ? "" : refused("16 to 1048576 MB expected");
     if (name == "--timeout")
         return parseLimit(value, options) ? "" : refused("1 to 86400 seconds expected");
     if (value.empty()) return std::string(name) + " needs a file name";

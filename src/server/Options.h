@@ -18,10 +18,11 @@ struct Options {
     Task task = Task::serve;
     std::string host = "127.0.0.1";  // where to listen; ask: whom
     std::uint16_t port = kDefaultPort;
-    std::string portFile;    // empty: none
-    std::string recordFile;  // empty: nothing is recorded
-    std::string input;       // dump, show, heap: a path, "-" for standard input
-    std::string question;    // ask: a command and its operands
+    std::string portFile;             // empty: none
+    std::string recordFile;           // empty: nothing is recorded
+    std::size_t memory = 512u << 20;  // bytes for all connections together
+    std::string input;                // dump, show, heap: a path, "-" for standard input
+    std::string question;             // ask: a command and its operands
     std::optional<std::chrono::seconds> answerLimit;  // ask: none uses the command's own
     Format format = Format::table;
 };

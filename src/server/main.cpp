@@ -32,34 +32,37 @@ int withInput(const server::Options& options, Read read) {
     return read(file);
 }
 
+// A task that has written all it has to say. The exit status.
+int finish(const server::FdSink& out, bool done, const std::string& wrong) {
+    if (!out.failure().empty()) return fail("cannot write the output: " + out.failure());
+    return done ? 0 : fail(wrong);
+}
+
 int run(const server::Options& options) {
     using Task = server::Options::Task;
     server::FdSink out(STDOUT_FILENO);
+    std::string wrong;
+    const auto read = [&](auto task) {
+        return withInput(
+            options, [&](std::istream& in) { return finish(out, task(in, out, wrong), wrong); });
+    };
     switch (options.task) {
         case Task::help:
             out.write(server::kUsage);
-            return 0;
+            return finish(out, true, {});
         case Task::version:
             out.write("velora-ps " VELORA_VERSION "\n");
-            return 0;
+            return finish(out, true, {});
         case Task::dump:
-            return withInput(options, [&](std::istream& in) {
-                std::string wrong;
-                return server::dump(in, out, wrong) ? 0 : fail(wrong);
-            });
+            return read(server::dump);
         case Task::show:
-            return withInput(options, [&](std::istream& in) {
-                server::show(in, out);
-                return 0;
-            });
+            return read(server::show);
         case Task::heap:
-            return withInput(options, [&](std::istream& in) {
-                std::string wrong;
-                return server::showHeap(in, out, wrong) ? 0 : fail(wrong);
-            });
+            return read(server::showHeap);
         case Task::ask: {
-            std::string wrong;
-            return server::ask(options, out, wrong) ? 0 : fail(wrong);
+            const bool done = server::ask(
+                {options.host, options.port, options.question, options.answerLimit}, out, wrong);
+            return finish(out, done, wrong);
         }
         case Task::serve:
             break;

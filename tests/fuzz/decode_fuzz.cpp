@@ -35,8 +35,10 @@ std::string receive(dc2ps::Bytes stream, std::size_t piece, server::Format forma
     services.joinLimits = kJoinLimits;
     server::AgentSession session(services, 1, "peer");
     for (std::size_t at = 0; at < stream.size(); at += piece)
-        if (!session.received(stream.subspan(at, std::min(piece, stream.size() - at)))) break;
-    session.closed("end");
+        if (session.received(stream.subspan(at, std::min(piece, stream.size() - at))) ==
+            server::ConnectionHandler::Taken::refused)
+            break;
+    while (!session.closed({"end", false})) continue;
     output->summary(statistics);
     output->flush();
     return lines.text;

@@ -1,8 +1,9 @@
 #include "server/ask/Answer.h"
 
 #include <algorithm>
+#include <array>
 #include <sstream>
-#include <vector>
+#include <utility>
 
 #include "dc2ps/Text.h"
 #include "server/ask/HeapTable.h"
@@ -14,8 +15,8 @@ namespace {
 constexpr std::string_view kError = "error: ";
 constexpr std::string_view kStack = "stack ";
 constexpr std::size_t kWidestColumn = 40;  // a longer field pushes its own row only
-
-using Row = std::vector<std::string>;  // made safe to show
+constexpr std::size_t kMaxFields = 8;      // of a row; what is behind stays in the last
+constexpr std::size_t kMaxBuffer = 1u << 20;
 
 std::string safe(std::string_view untrusted) {
     std::string text;
@@ -23,54 +24,62 @@ std::string safe(std::string_view untrusted) {
     return text;
 }
 
-std::vector<std::string_view> split(std::string_view text, char separator) {
-    std::vector<std::string_view> parts;
-    for (std::size_t end; (end = text.find(separator)) != std::string_view::npos;) {
-        parts.push_back(text.substr(0, end));
-        text.remove_prefix(end + 1);
-    }
-    if (!text.empty()) parts.push_back(text);
-    return parts;
+// Takes what stands before the separator, and the separator, off the rest.
+std::string_view take(std::string_view& rest, char separator) {
+    const std::string_view part = rest.substr(0, rest.find(separator));
+    rest.remove_prefix(std::min(part.size() + 1, rest.size()));
+    return part;
 }
 
-void appendColumns(std::string& out, const std::vector<Row>& rows) {
-    std::vector<std::size_t> widths;
-    for (const Row& row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (std::size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], std::min(dc2ps::columnsOf(row[i]), kWidestColumn));
-    }
-    for (const Row& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            const std::size_t used = dc2ps::columnsOf(row[i]);
-            out += row[i];
-            if (i + 1 < row.size()) out.append(widths[i] - std::min(used, widths[i]) + 2, ' ');
-        }
-        out += '\n';
+// Calls visit(index, field, whether it is the last) for the fields of a row, made safe to show.
+template <class Visit>
+void forEachField(std::string_view row, Visit&& visit) {
+    for (std::size_t i = 0; !row.empty(); ++i) {
+        const std::string_view field =
+            i + 1 < kMaxFields ? take(row, '\t') : std::exchange(row, {});
+        visit(i, safe(field), row.empty());
     }
 }
 
-std::string columns(std::string_view answer, std::vector<Row> rows = {}) {
-    for (const std::string_view line : split(answer, '\n')) {
-        Row& row = rows.emplace_back();
-        for (const std::string_view field : split(line, '\t')) row.push_back(safe(field));
-    }
+// The text a second time with its columns lined up: an answer may be long, so no row of it is kept.
+void writeColumns(std::string_view header, std::string_view answer, LineSink& out) {
+    std::array<std::size_t, kMaxFields> widths{};
+    const auto forEachRow = [&](auto&& visit) {
+        if (!header.empty()) visit(header);
+        for (std::string_view rest = answer; !rest.empty();) visit(take(rest, '\n'));
+    };
+    forEachRow([&](std::string_view row) {
+        forEachField(row, [&](std::size_t i, const std::string& field, bool) {
+            widths[i] = std::max(widths[i], std::min(dc2ps::columnsOf(field), kWidestColumn));
+        });
+    });
     std::string text;
-    appendColumns(text, rows);
-    return text;
+    forEachRow([&](std::string_view row) {
+        forEachField(row, [&](std::size_t i, const std::string& field, bool last) {
+            const std::size_t used = dc2ps::columnsOf(field);
+            text += field;
+            if (!last) text.append(widths[i] - std::min(used, widths[i]) + 2, ' ');
+        });
+        text += '\n';
+        if (text.size() < kMaxBuffer) return;
+        out.write(text);
+        text.clear();
+    });
+    out.write(text);
 }
 
-std::string stack(std::string_view id, std::string_view answer) {
-    const std::size_t firstEnd = std::min(answer.find('\n'), answer.size());
-    std::string text = "thread " + safe(id) + ": " + safe(answer.substr(0, firstEnd)) + "\n";
-    const auto frames = split(answer.substr(std::min(firstEnd + 1, answer.size())), '\n');
-    for (const std::string_view frame : frames) {
-        const std::size_t tab = std::min(frame.find('\t'), frame.size());
-        text += "    at " + safe(frame.substr(0, tab));
-        text += safe(readableParameters(frame.substr(std::min(tab + 1, frame.size())))) + "\n";
+void writeStack(std::string_view id, std::string_view answer, LineSink& out) {
+    std::string text = "thread " + safe(id) + ": " + safe(take(answer, '\n')) + "\n";
+    if (answer.empty()) text += "    (no Java frames)\n";
+    while (!answer.empty()) {
+        std::string_view frame = take(answer, '\n');
+        text += "    at " + safe(take(frame, '\t'));
+        text += safe(readableParameters(frame)) + "\n";
+        if (text.size() < kMaxBuffer) continue;
+        out.write(text);
+        text.clear();
     }
-    if (frames.empty()) text += "    (no Java frames)\n";
-    return text;
+    out.write(text);
 }
 
 // Takes one type off the signature; empty when there is none.
@@ -126,11 +135,9 @@ bool showAnswer(std::string_view question, const std::string& answer, LineSink& 
         return showHeap(summary, out, wrong);
     }
     if (question.starts_with(kStack))
-        out.write(stack(question.substr(kStack.size()), answer));
-    else if (question == "threads")
-        out.write(columns(answer, {{"THREAD", "STATUS", "GROUP", "NAME"}}));
+        writeStack(question.substr(kStack.size()), answer, out);
     else
-        out.write(columns(answer));
+        writeColumns(question == "threads" ? "THREAD\tSTATUS\tGROUP\tNAME" : "", answer, out);
     return true;
 }
 

@@ -13,10 +13,10 @@ namespace {
 // One question and its answer. Each step starts the next; the first failure ends it.
 class Call {
 public:
-    explicit Call(const Options& options)
-        : where_(options.host + ":" + std::to_string(options.port)),
-          request_(options.question + "\n") {
-        resolver_.async_resolve(options.host, std::to_string(options.port),
+    explicit Call(const Question& question)
+        : where_(question.host + ":" + std::to_string(question.port)),
+          request_(question.text + "\n") {
+        resolver_.async_resolve(question.host, std::to_string(question.port),
                                 tcp::resolver::numeric_service,
                                 [this](const asio::error_code& error, const auto& found) {
                                     if (refused(error)) return;
@@ -80,11 +80,11 @@ private:
 
 }  // namespace
 
-bool ask(const Options& options, LineSink& out, std::string& wrong) {
-    Call call(options);
-    const auto usual = options.question == "heap" ? kHeapAnswerLimit : kAnswerLimit;
-    wrong = call.await(options.answerLimit.value_or(usual));
-    return wrong.empty() && showAnswer(options.question, call.answer(), out, wrong);
+bool ask(const Question& question, LineSink& out, std::string& wrong) {
+    Call call(question);
+    const auto usual = question.text == "heap" ? kHeapAnswerLimit : kAnswerLimit;
+    wrong = call.await(question.limit.value_or(usual));
+    return wrong.empty() && showAnswer(question.text, call.answer(), out, wrong);
 }
 
 }  // namespace server

@@ -19,6 +19,8 @@ constexpr std::size_t kPercentWidth = 6;
 constexpr std::size_t kPerObjectWidth = 12;
 constexpr std::size_t kQuoted = 60;  // characters of a wrong line that are shown
 
+constexpr std::size_t kMaxBuffer = 1u << 20;
+
 constexpr std::string_view kLastLine = "object[]";
 
 struct HeapRow {
@@ -146,7 +148,12 @@ bool showHeap(std::istream& in, LineSink& out, std::string& wrong) {
     });
     std::string text;
     appendHeapHeader(text);
-    for (const HeapRow& row : rows) appendHeapRow(text, row);
+    for (const HeapRow& row : rows) {
+        appendHeapRow(text, row);
+        if (text.size() < kMaxBuffer) continue;
+        out.write(text);
+        text.clear();
+    }
     appendHeapRow(text, *total);
     out.write(text);
     return true;

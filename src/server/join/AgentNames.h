@@ -1,6 +1,7 @@
 // Names of methods, learned from class-load records and from portal method records.
 //
-// All strings are as they came from the wire: untrusted, in modified UTF-8.
+// All strings are as they came from the wire: untrusted, in modified UTF-8. They stand in many
+// lines, so a longer one is cut.
 #pragma once
 
 #include <array>
@@ -10,6 +11,7 @@
 #include <unordered_map>
 
 #include "dc2ps/Records.h"
+#include "server/join/MixedHash.h"
 
 namespace server {
 
@@ -17,6 +19,8 @@ namespace server {
 class AgentNames {
 public:
     static constexpr std::size_t kMaxBytes = 64u << 20;  // an entry's own 96 bytes included
+    // Of one class: what the VM allows. A record with more is not worth the time of the others.
+    static constexpr std::size_t kMaxMethods = 65535;
 
     void add(const dc2ps::ClassLoad& loaded);
     void remove(const dc2ps::ClassUnload& unloaded);
@@ -26,10 +30,13 @@ public:
     std::string_view method(std::uint32_t methodId) const;
     std::string_view portalMethod(std::int8_t methodId) const;
 
+    std::size_t heldBytes() const;
+
 private:
-    std::unordered_map<std::uint32_t, std::string> methods_;
+    std::unordered_map<std::uint32_t, std::string, MixedHash> methods_;
     std::size_t bytes_ = 0;
     std::array<std::string, 256> portalMethods_;
+    std::size_t portalBytes_ = 0;
 };
 
 }  // namespace server

@@ -31,8 +31,14 @@ struct SpanJoiner::Thread {
 namespace {
 
 constexpr std::size_t kSpareSpans = 256;
-constexpr std::size_t kSpareTextBytes = 4096;  // a span with more text is not kept as a spare
-constexpr std::size_t kSpareSlots = 64;        // of a thread's stack
+constexpr std::size_t kSpareTextBytes = 512;  // a span with more text is not kept as a spare
+constexpr std::size_t kSpareSlots = 64;       // of a thread's stack
+constexpr std::size_t kAllocation = 64;       // what an object costs beside itself: links, headers
+constexpr std::size_t kRoomParts = 64;        // one of so many parts of a limit is made free
+
+std::size_t mostAfterRoom(std::size_t limit) {
+    return limit - std::min(limit, std::max<std::size_t>(1, limit / kRoomParts));
+}
 
 struct TextSize {
     std::size_t bytes = 0;
@@ -126,19 +132,9 @@ std::size_t firstOverAt(const Stack& stack, int depth) {
 
 }  // namespace
 
-const char* outcomeName(Outcome outcome) {
-    constexpr const char* names[] = {"ok", "error", "unfinished", "noStart"};
-    return names[static_cast<std::size_t>(outcome)];
-}
-
-const char* givenUpName(GivenUp why) {
-    constexpr const char* names[] = {"",        "replaced", "enclosingEnded",
-                                     "dropped", "tooMany",  "disconnected"};
-    return names[static_cast<std::size_t>(why)];
-}
-
-std::int64_t timeOf(const Span& span) {
-    return stampOf(span.start ? *span.start : *span.end).wallMicros;
+MicroTime timeOf(const Span& span) {
+    return MicroTime(
+        std::chrono::microseconds(stampOf(span.start ? *span.start : *span.end).wallMicros));
 }
 
 SpanJoiner::SpanJoiner(SpanSink& sink, const JoinLimits& limits) : sink_(sink), limits_(limits) {
@@ -254,8 +250,8 @@ void SpanJoiner::finish(Thread& thread, Stack& stack, std::size_t index, const R
     const Stamp to = stampOf(end);
     span.end = &end;
     span.outcome = outcome;
-    span.wallMicros = difference(to.wallMicros, from.wallMicros);
-    span.cpuNanos = difference(to.cpuNanos, from.cpuNanos);
+    span.wall = std::chrono::microseconds(difference(to.wallMicros, from.wallMicros));
+    span.cpu = std::chrono::nanoseconds(difference(to.cpuNanos, from.cpuNanos));
     sink_.onSpan(span);
     release(std::move(stack.back()));
     stack.pop_back();
@@ -351,21 +347,31 @@ void SpanJoiner::gc(const dc2ps::Gc& r) {
     sink_.onGc(pause);
 }
 
-void SpanJoiner::close() {
-    std::vector<Thread*> all;
-    all.reserve(threads_.size());
-    for (const auto& [id, thread] : threads_) all.push_back(thread.get());
-    std::sort(all.begin(), all.end(),
-              [](const Thread* a, const Thread* b) { return a->id < b->id; });
-    for (Thread* thread : all) cutAll(*thread, GivenUp::disconnected);
+bool SpanJoiner::close(std::size_t atMost) {
+    for (auto& [id, thread] : threads_) closing_.push_back(std::move(thread));
+    if (!threads_.empty())
+        std::sort(closing_.begin(), closing_.end(),
+                  [](const auto& a, const auto& b) { return a->id > b->id; });
     threads_.clear();
     last_ = nullptr;
     gcStart_.reset();
+    for (const std::size_t before = openCount_; !closing_.empty(); closing_.pop_back()) {
+        if (before - openCount_ >= atMost) return false;
+        cutAll(*closing_.back(), GivenUp::disconnected);
+    }
+    return true;
+}
+
+std::size_t SpanJoiner::heldBytes() const {
+    return openCount_ * (sizeof(Open) + kAllocation) + textBytes_ +
+           spare_.size() * (sizeof(Open) + kAllocation + kSpareTextBytes) +
+           threads_.size() * (sizeof(Thread) + 2 * kAllocation + 2 * kSpareSlots * sizeof(void*));
 }
 
 // Forgets the threads that have nothing open, then gives up the work of those that were quiet
-// longest until a quarter of each limit is free: the walk over all threads is paid for by many
-// records. The thread that the caller works on is never forgotten, only its work may be given up.
+// longest until a part of each limit is free: the walk over all threads is paid for by many
+// records, and what is told at a time stays little. The thread that the caller works on is never
+// forgotten, only its work may be given up.
 void SpanJoiner::makeRoom(std::size_t textBytes) {
     std::erase_if(threads_, [this](const auto& entry) {
         const Thread& thread = *entry.second;
@@ -377,9 +383,9 @@ void SpanJoiner::makeRoom(std::size_t textBytes) {
     std::sort(byAge.begin(), byAge.end(),
               [](const Thread* a, const Thread* b) { return a->lastUsed < b->lastUsed; });
     const auto enough = [&] {
-        return openCount_ <= limits_.maxOpen / 4 * 3 &&
-               textBytes_ + textBytes <= limits_.maxTextBytes / 4 * 3 &&
-               threads_.size() <= limits_.maxThreads / 4 * 3;
+        return openCount_ <= mostAfterRoom(limits_.maxOpen) &&
+               textBytes_ + textBytes <= mostAfterRoom(limits_.maxTextBytes) &&
+               threads_.size() <= mostAfterRoom(limits_.maxThreads);
     };
     for (Thread* thread : byAge) {
         if (enough()) return;

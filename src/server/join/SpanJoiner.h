@@ -13,7 +13,7 @@
 // What is doubtful is given up and reported as unfinished, never matched with a later end.
 //
 // Memory: bounded by JoinLimits; the spans of the threads that were quiet longest are given up
-// first. Threads: one joiner per connection, used by one thread at a time.
+// first, some at a time. Threads: one joiner per connection, used by one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -25,28 +25,11 @@
 #include <vector>
 
 #include "dc2ps/Records.h"
-#include "server/model/SpanKind.h"
+#include "server/join/MixedHash.h"
+#include "server/model/Output.h"
+#include "server/model/SpanRow.h"
 
 namespace server {
-
-enum class Outcome : std::uint8_t {
-    ok,          // start and end arrived
-    error,       // start and end arrived, and the end tells of an error
-    unfinished,  // the end did not arrive; Span::why tells why it is no longer awaited
-    noStart      // an end whose start did not arrive
-};
-
-enum class GivenUp : std::uint8_t {
-    no,
-    replaced,  // other work began or ended at its place: its end was lost, or it was cancelled
-    enclosingEnded,  // the work around it ended
-    dropped,         // the agent dropped records of its thread
-    tooMany,         // a limit on unfinished work was reached
-    disconnected     // the connection ended
-};
-
-const char* outcomeName(Outcome outcome);
-const char* givenUpName(GivenUp why);  // empty for no
 
 struct Span {
     SpanKind kind{};
@@ -62,17 +45,12 @@ struct Span {
     const dc2ps::Record* end = nullptr;
     const dc2ps::Record* request =
         nullptr;  // start of the innermost request around it; may be null
-    std::optional<std::int64_t> wallMicros;  // null unless both records arrived
-    std::optional<std::int64_t> cpuNanos;
+    Micros wall;  // none unless both records arrived
+    Nanos cpu;
 };
 
-// When the span began, or ended where its start did not arrive; micros since 1970.
-std::int64_t timeOf(const Span& span);
-
-struct GcPause {
-    std::optional<std::int64_t> startMicros;  // null: the start did not arrive
-    const dc2ps::Gc* end = nullptr;           // never null; valid only during the call
-};
+// When the span began, or ended where its start did not arrive.
+MicroTime timeOf(const Span& span);
 
 class SpanSink {
 public:
@@ -99,10 +77,12 @@ public:
     void method(const dc2ps::Record& record, const dc2ps::MethodStep& r);
     void dropped(const dc2ps::Dropped& r);
     void gc(const dc2ps::Gc& r);
-    // The connection has ended: everything open is given up.
-    void close();
+    // The connection has ended: gives up some of what is open, thread by thread, until atMost
+    // pieces have been told. True when nothing is left.
+    bool close(std::size_t atMost = SIZE_MAX);
 
     std::size_t openCount() const { return openCount_; }
+    std::size_t heldBytes() const;  // memory, at most
 
 private:
     struct Open;
@@ -131,7 +111,7 @@ private:
 
     SpanSink& sink_;
     JoinLimits limits_;
-    std::unordered_map<std::uint32_t, std::unique_ptr<Thread>> threads_;
+    std::unordered_map<std::uint32_t, std::unique_ptr<Thread>, MixedHash> threads_;
     Thread* last_ = nullptr;  // an agent sends a thread's records in runs
     std::vector<std::unique_ptr<Open>> spare_;
     std::size_t openCount_ = 0;
@@ -139,6 +119,7 @@ private:
     std::uint64_t lastId_ = 0;
     std::uint64_t now_ = 0;  // counts records: tells which thread was quiet longest
     std::optional<dc2ps::Gc> gcStart_;
+    std::vector<std::unique_ptr<Thread>> closing_;  // the next one last
 };
 
 }  // namespace server

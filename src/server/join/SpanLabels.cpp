@@ -6,8 +6,6 @@
 
 namespace server {
 
-namespace {
-
 void appendHex(std::string& out, std::string_view bytes) {
     constexpr char digits[] = "0123456789abcdef";
     for (const char c : bytes) {
@@ -16,6 +14,8 @@ void appendHex(std::string& out, std::string_view bytes) {
         out += digits[byte & 15];
     }
 }
+
+namespace {
 
 class Labeller {
 public:

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
+#include "server/join/AgentNames.h"
 #include "server/join/SpanJoiner.h"
-#include "server/model/Agent.h"
+#include "server/model/SpanRow.h"
 
 namespace server {
 
@@ -27,12 +29,11 @@ namespace server {
 //   gateway servlet      page name (from the end record)
 //   lock, heap           class
 //   method               class.method, or its number
-struct SpanLabels {
-    std::string name, application, url, user;
-};
-
+//
 // Fills labels, whose strings keep their memory from one span to the next.
 void labelSpan(const Span& span, const AgentNames& names, SpanLabels& labels);
 void labelRecord(const dc2ps::Record& record, const AgentNames& names, SpanLabels& labels);
+
+void appendHex(std::string& out, std::string_view bytes);
 
 }  // namespace server

@@ -7,9 +7,13 @@
 #include <cstdint>
 #include <string>
 
-#include "server/join/AgentNames.h"
-
 namespace server {
+
+enum class AgentEnding : std::uint8_t {
+    orderly,  // the peer hung up between two packets, with nothing open
+    cut,      // the peer hung up, or was lost, with something under way
+    byServer
+};
 
 struct Agent {
     std::uint64_t connection = 0;  // counted from 1
@@ -21,9 +25,11 @@ struct Agent {
     std::int32_t adminPort = 0;
     std::uint8_t platform = 0;
     std::int64_t agentMillis = 0;  // its clock when it sent the init packet, ms since 1970
-    AgentNames names;
 
     std::uint64_t bytes = 0, packets = 0, records = 0;  // received on this connection
+
+    AgentEnding ending = AgentEnding::orderly;  // once it is disconnected
+    std::uint64_t openAtEnd = 0;                // pieces of work that were open then
 };
 
 }  // namespace server

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "dc2ps/Records.h"
-#include "server/join/SpanJoiner.h"
+#include "server/model/SpanRow.h"
 
 namespace server {
 

@@ -8,8 +8,6 @@ using dc2ps::Record;
 
 namespace {
 
-constexpr std::size_t kMaxBuffer = 1u << 20;  // bytes written before they are handed over
-
 const char* jsonTypeOf(SpanKind kind) {
     switch (groupOf(kind)) {
         case SpanGroup::request:
@@ -55,6 +53,11 @@ const char* jsonTypeOf(const Record& record) {
     }
 }
 
+const char* endingName(AgentEnding ending) {
+    constexpr const char* names[] = {"orderly", "cut", "byServer"};
+    return names[static_cast<std::size_t>(ending)];
+}
+
 const char* nameOf(AgentEvent event) {
     switch (event) {
         case AgentEvent::connected:
@@ -68,6 +71,38 @@ const char* nameOf(AgentEvent event) {
     }
     return "";
 }
+
+// Writes the fields of a row, called by its fields().
+struct RowWriter {
+    JsonLine& line;
+
+    void operator()(const char* key, SpanKind kind) const { line.text(key, spanKindName(kind)); }
+    void operator()(const char* key, Outcome outcome) const {
+        line.text(key, outcomeName(outcome));
+    }
+    void operator()(const char* key, GivenUp why) const {
+        if (why != GivenUp::no) line.text(key, givenUpName(why));
+    }
+    void operator()(const char* key, MicroTime time) const {
+        line.time(key, time.time_since_epoch().count());
+    }
+    void operator()(const char* key, const Micros& wall) const { millis(key, wall, 3); }
+    void operator()(const char* key, const Nanos& cpu) const { millis(key, cpu, 6); }
+    template <class Detail>
+    void operator()(const char* key, const std::optional<Detail>& detail) const {
+        if (detail) line(key, *detail);
+    }
+    template <class Field>
+    void operator()(const char* key, const Field& field) const {
+        line(key, field);
+    }
+
+private:
+    template <class Duration>
+    void millis(const char* key, const Duration& duration, int decimals) const {
+        duration ? line.decimal(key, duration->count(), decimals) : line.null(key);
+    }
+};
 
 void where(JsonLine& line, const Agent& agent) {
     line.number("connection", agent.connection);
@@ -88,7 +123,7 @@ void outcomes(JsonLine& line, const char* key, const Statistics::Outcomes& count
 
 void JsonOutput::agent(const Agent& agent, AgentEvent event, std::string_view reason,
                        std::int64_t nowMillis) {
-    JsonLine line(buffer_, "agent");
+    JsonLine line(buffer_.text, "agent");
     line.text("event", nameOf(event));
     line.time("time", nowMillis * 1000);
     where(line, agent);
@@ -112,13 +147,15 @@ void JsonOutput::agent(const Agent& agent, AgentEvent event, std::string_view re
         line.number("bytes", agent.bytes);
         line.number("packets", agent.packets);
         line.number("records", agent.records);
+        line.text("end", endingName(agent.ending));
+        line.number("open", agent.openAtEnd);
     }
     finish(line);
 }
 
 void JsonOutput::garbage(const Agent& agent, std::uint64_t offset, std::string_view reason,
                          std::int64_t nowMillis) {
-    JsonLine line(buffer_, "garbage");
+    JsonLine line(buffer_.text, "garbage");
     line.time("time", nowMillis * 1000);
     where(line, agent);
     line.text("peer", agent.peer);
@@ -127,63 +164,14 @@ void JsonOutput::garbage(const Agent& agent, std::uint64_t offset, std::string_v
     finish(line);
 }
 
-void JsonOutput::span(const Agent& agent, const Span& span) {
-    labelSpan(span, agent.names, labels_);
-    JsonLine line(buffer_, jsonTypeOf(span.kind));
-    line.text("kind", spanKindName(span.kind));
-    line.time("time", timeOf(span));
-    where(line, agent);
-    line.text("name", labels_.name);
-    line.text("application", labels_.application);
-    line.text("url", labels_.url);
-    line.text("user", labels_.user);
-    line.number("thread", span.threadId);
-    line.number("depth", span.depth);
-    line.number("id", span.id);
-    line.number("parent", span.parentId);
-    line.number("level", span.level);
-    span.wallMicros ? line.decimal("wallMs", *span.wallMicros, 3) : line.null("wallMs");
-    span.cpuNanos ? line.decimal("cpuMs", *span.cpuNanos, 6) : line.null("cpuMs");
-    line.text("outcome", outcomeName(span.outcome));
-    if (span.why != GivenUp::no) line.text("why", givenUpName(span.why));
-    details(line, agent, span);
+void JsonOutput::span(const Agent&, const SpanRow& row) {
+    JsonLine line(buffer_.text, jsonTypeOf(row.kind));
+    SpanRow::fields(row, RowWriter{line});
     finish(line);
 }
 
-// What only some kinds have.
-void JsonOutput::details(JsonLine& line, const Agent& agent, const Span& span) {
-    if (!span.start) return;
-    const auto method = [&](const char* idKey, const char* nameKey, std::uint32_t id) {
-        line.number(idKey, id);
-        line.text(nameKey, agent.names.method(id));
-    };
-    std::visit(
-        [&](const auto& r) {
-            using R = std::decay_t<decltype(r)>;
-            if constexpr (std::is_same_v<R, dc2ps::LockContention>) {
-                line.number("ownerType", r.ownerType);
-                line.text("ownerName", r.ownerName);
-                line.text("ownerApplication", r.ownerApplication);
-                method("ownerMethodId", "ownerMethod", r.ownerMethodId);
-            }
-            if constexpr (requires { r.methodId; } && !std::is_same_v<R, dc2ps::PortalStep>)
-                method("methodId", "method", r.methodId);
-            if constexpr (std::is_same_v<R, dc2ps::HeapAllocation>) line.number("line", r.line);
-            if constexpr (std::is_same_v<R, dc2ps::JmsCall>)
-                if (r.hasSelector()) line.text("selector", r.selector);
-            if constexpr (std::is_same_v<R, dc2ps::JdoCall>) line.text("arguments", r.arguments);
-            if constexpr (std::is_same_v<R, dc2ps::MqCall>) line.number("action", r.action);
-            if constexpr (std::is_same_v<R, dc2ps::GpsMqCall>) line("token", r.token);
-        },
-        *span.start);
-    if (groupOf(span.kind) != SpanGroup::lock || !span.request) return;
-    labelRecord(*span.request, agent.names, request_);
-    line.text("requestName", request_.name);
-    line.text("requestApplication", request_.application);
-}
-
 void JsonOutput::gc(const Agent& agent, const GcPause& pause) {
-    JsonLine line(buffer_, "gc");
+    JsonLine line(buffer_.text, "gc");
     const std::int64_t end = pause.end->time.micros();
     line.time("time", pause.startMicros.value_or(end));
     where(line, agent);
@@ -196,7 +184,7 @@ void JsonOutput::gc(const Agent& agent, const GcPause& pause) {
 }
 
 void JsonOutput::note(const Agent& agent, const Record& record) {
-    JsonLine line(buffer_, jsonTypeOf(record));
+    JsonLine line(buffer_.text, jsonTypeOf(record));
     where(line, agent);
     std::visit(
         [&](const auto& r) {
@@ -228,7 +216,7 @@ void JsonOutput::note(const Agent& agent, const Record& record) {
 }
 
 void JsonOutput::summary(const Statistics& statistics) {
-    JsonLine line(buffer_, "summary");
+    JsonLine line(buffer_.text, "summary");
     line.number("connections", statistics.connections);
     line.number("refusedConnections", statistics.refusedConnections);
     line.number("garbageConnections", statistics.garbageConnections);
@@ -248,17 +236,13 @@ void JsonOutput::summary(const Statistics& statistics) {
     finish(line);
 }
 
-// Ends the line. Much may be written before the next flush, so the buffer is kept small here.
 void JsonOutput::finish(JsonLine& line) {
     line.finish();
-    if (buffer_.size() >= kMaxBuffer) flush();
+    buffer_.lineEnds();
 }
 
-void JsonOutput::flush() {
-    if (buffer_.empty()) return;
-    sink_.write(buffer_);
-    buffer_.clear();
-    if (buffer_.capacity() > 2 * kMaxBuffer) buffer_.shrink_to_fit();
+std::size_t JsonOutput::flush() {
+    return buffer_.flush();
 }
 
 }  // namespace server

@@ -1,7 +1,8 @@
 #include "server/print/LockSentence.h"
 
+#include <string_view>
+
 #include "dc2ps/Text.h"
-#include "server/model/SpanKind.h"
 
 namespace server {
 
@@ -9,23 +10,29 @@ using dc2ps::Escape;
 
 namespace {
 
-void appendQuoted(std::string& out, std::string_view untrusted) {
+using Text = std::optional<std::string>;
+
+bool holds(const Text& text) {
+    return text && !text->empty();
+}
+
+void appendQuoted(std::string& out, const Text& untrusted) {
     out += '"';
-    dc2ps::appendText(out, untrusted, Escape::quoted);
+    if (untrusted) dc2ps::appendText(out, *untrusted, Escape::quoted);
     out += '"';
 }
 
-void appendMethod(std::string& out, std::string_view method) {
-    if (method.empty()) return;
+void appendMethod(std::string& out, const Text& method) {
+    if (!holds(method)) return;
     out += " in ";
-    dc2ps::appendText(out, method, Escape::terminal);
+    dc2ps::appendText(out, *method, Escape::terminal);
 }
 
-void appendOwner(std::string& out, const LockSentence& step) {
-    if (step.owner.empty() && step.ownerMethod.empty()) return;
+void appendOwner(std::string& out, const SpanRow::Details& step) {
+    if (!holds(step.ownerName) && !holds(step.ownerMethod)) return;
     out += ", held by ";
-    appendQuoted(out, step.owner);
-    if (!step.ownerApplication.empty()) {
+    appendQuoted(out, step.ownerName);
+    if (holds(step.ownerApplication)) {
         out += " of ";
         appendQuoted(out, step.ownerApplication);
     }
@@ -34,21 +41,21 @@ void appendOwner(std::string& out, const LockSentence& step) {
 
 }  // namespace
 
-void appendLockSentence(std::string& out, const LockSentence& step) {
-    const bool contention = step.kind == spanKindName(SpanKind::lockContention);
-    const bool release = step.kind == spanKindName(SpanKind::lockRelease);
-    const bool whole = !step.wallMs.empty();
+void appendLockSentence(std::string& out, const SpanRow& step) {
+    const bool contention = step.kind == SpanKind::lockContention;
+    const bool release = step.kind == SpanKind::lockRelease;
+    const bool whole = step.wall.has_value();
     const auto wall = [&] {
-        dc2ps::appendText(out, step.wallMs, Escape::terminal);
+        dc2ps::appendDecimal(out, step.wall->count(), 3);
         out += " ms";
     };
     out += "thread ";
-    dc2ps::appendText(out, step.thread, Escape::terminal);
-    if (step.inRequest) {
+    dc2ps::appendNumber(out, std::uint64_t{step.thread});
+    if (step.details.requestName) {
         out += " in ";
-        appendQuoted(out, step.request);
+        appendQuoted(out, step.details.requestName);
     }
-    if (!step.began) {
+    if (step.outcome == Outcome::noStart) {
         out += contention ? " stopped waiting for a lock"
                : release  ? " released a lock"
                           : " acquired a lock";
@@ -66,18 +73,17 @@ void appendLockSentence(std::string& out, const LockSentence& step) {
     } else {
         out += whole ? " acquired " : " acquires ";
     }
-    dc2ps::appendText(out, step.lock.empty() ? "a lock" : step.lock, Escape::terminal);
-    appendMethod(out, step.method);
+    const std::string& lock = step.labels.name;
+    dc2ps::appendText(out, lock.empty() ? "a lock" : std::string_view(lock), Escape::terminal);
+    appendMethod(out, step.details.method);
     if (contention) {
-        appendOwner(out, step);
+        appendOwner(out, step.details);
     } else if (whole) {
         out += " after ";
         wall();
     }
-    if (step.givenUp.empty()) return;
-    out += "; its end did not arrive (";
-    dc2ps::appendText(out, step.givenUp, Escape::terminal);
-    out += ')';
+    if (step.why == GivenUp::no) return;
+    out.append("; its end did not arrive (").append(givenUpName(step.why)).append(")");
 }
 
 }  // namespace server

@@ -1,6 +1,7 @@
 #include "server/print/RequestTable.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "dc2ps/Text.h"
 
@@ -61,22 +62,31 @@ void appendTableHeader(std::string& out) {
     out += "OUTCOME\n";
 }
 
-void appendTableRow(std::string& out, const TableRow& row) {
-    left(out, row.time, kTime);
-    std::string place(row.node);
-    place.append("/").append(row.server);
-    left(out, place, kWhere);
-    left(out, row.kind, kKind);
-    left(out, row.name, kName,
+void appendTableRow(std::string& out, const SpanRow& row) {
+    std::string text;
+    dc2ps::appendIsoTime(text, row.time.time_since_epoch().count());
+    left(out, text, kTime);
+    left(out, text.assign(row.node).append("/").append(row.server), kWhere);
+    left(out, spanKindName(row.kind), kKind);
+    left(out, row.labels.name, kName,
          2 * static_cast<std::size_t>(std::clamp(row.level, 0, kMaxIndent / 2)));
-    left(out, row.application, kApplication);
-    left(out, row.url, kUrl);
-    left(out, row.user, kUser);
-    right(out, row.thread, kThread);
-    right(out, row.depth, kDepth);
-    right(out, row.wallMs, kWall);
-    right(out, row.cpuMs, kCpu);
-    dc2ps::appendText(out, row.outcome, dc2ps::Escape::terminal);
+    left(out, row.labels.application, kApplication);
+    left(out, row.labels.url, kUrl);
+    left(out, row.labels.user, kUser);
+    text.clear();
+    dc2ps::appendNumber(text, std::uint64_t{row.thread});
+    right(out, text, kThread);
+    text.clear();
+    dc2ps::appendNumber(text, std::uint64_t{row.depth});
+    right(out, text, kDepth);
+    text.clear();
+    row.wall ? dc2ps::appendDecimal(text, row.wall->count(), 3) : void(text = "-");
+    right(out, text, kWall);
+    text.clear();
+    row.cpu ? dc2ps::appendDecimal(text, row.cpu->count() / 1000, 3) : void(text = "-");
+    right(out, text, kCpu);
+    out += outcomeName(row.outcome);
+    if (row.why != GivenUp::no) out.append(" (").append(givenUpName(row.why)).append(")");
     out += '\n';
 }
 

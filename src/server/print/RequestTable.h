@@ -6,21 +6,13 @@
 // which the work ended, so that what happened inside a request stands above it.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <string_view>
+
+#include "server/model/SpanRow.h"
 
 namespace server {
 
-struct TableRow {
-    std::string_view time;  // already formatted
-    // Untrusted texts.
-    std::string_view node, server, kind, name, application, url, user;
-    std::string_view thread, depth, wallMs, cpuMs, outcome;  // "-" where there is none
-    int level = 0;
-};
-
 void appendTableHeader(std::string& out);
-void appendTableRow(std::string& out, const TableRow& row);
+void appendTableRow(std::string& out, const SpanRow& row);
 
 }  // namespace server

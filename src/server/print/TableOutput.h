@@ -3,11 +3,9 @@
 // names are left out: they are for programs.
 #pragma once
 
-#include <string>
-
-#include "server/join/SpanLabels.h"
 #include "server/model/LineSink.h"
 #include "server/model/Output.h"
+#include "server/print/LineBuffer.h"
 
 namespace server {
 
@@ -19,22 +17,17 @@ public:
                std::int64_t nowMillis) override;
     void garbage(const Agent& agent, std::uint64_t offset, std::string_view reason,
                  std::int64_t nowMillis) override;
-    void span(const Agent& agent, const Span& span) override;
+    void span(const Agent& agent, const SpanRow& row) override;
     void gc(const Agent& agent, const GcPause& pause) override;
     void note(const Agent& agent, const dc2ps::Record& record) override;
     void summary(const Statistics& statistics) override;
-    void flush() override;
+    std::size_t flush() override;
 
 private:
     void beginNote(const Agent& agent, std::int64_t timeMicros, std::string_view what);
     void endLine();
-    void row(const Agent& agent, const Span& span);
-    void lock(const Agent& agent, const Span& span);
 
-    LineSink& sink_;
-    std::string buffer_;
-    SpanLabels labels_;   // scratch
-    SpanLabels request_;  // scratch
+    LineBuffer buffer_;
 };
 
 }  // namespace server

@@ -1,5 +1,10 @@
 #include "server/receive/AgentSession.h"
 
+#include <algorithm>
+
+#include "dc2ps/Text.h"
+#include "server/join/CutText.h"
+#include "server/join/RowMaker.h"
 #include "server/receive/StreamRecorder.h"
 
 namespace server {
@@ -7,6 +12,14 @@ namespace server {
 using dc2ps::FeedResult;
 using dc2ps::Record;
 using dc2ps::Timed;
+
+namespace {
+
+constexpr std::size_t kWrittenPerTurn = 256u << 10;  // bytes
+constexpr std::size_t kToldPerTurn = 256;            // pieces of work that are given up
+constexpr std::int32_t kMaxMqiCalls = 256;           // as many as there are types of calls
+
+}  // namespace
 
 AgentSession::AgentSession(SessionServices& services, std::uint64_t connection, std::string peer)
     : services_(services), decoder_(services.decodeLimits), joiner_(*this, services.joinLimits) {
@@ -18,27 +31,55 @@ AgentSession::AgentSession(SessionServices& services, std::uint64_t connection, 
 
 AgentSession::~AgentSession() = default;
 
-bool AgentSession::received(dc2ps::Bytes untrusted) {
+AgentSession::Taken AgentSession::received(dc2ps::Bytes untrusted) {
     if (recorded_) recorded_->write(untrusted);
     agent_.bytes += untrusted.size();
     services_.statistics.bytes += untrusted.size();
     const FeedResult result = decoder_.feed(untrusted, *this);
-    if (result.status == FeedResult::Status::error) {
+    const bool sound = result.status != FeedResult::Status::error;
+    if (sound) {
+        const auto undecoded = static_cast<std::size_t>(agent_.bytes - result.offset);
+        mostUndecoded_ = undecoded == 0 ? 0 : std::max(mostUndecoded_, undecoded);
+    } else {
         ++services_.statistics.garbageConnections;
         services_.output.garbage(agent_, result.offset, result.reason, services_.nowMillis());
     }
-    services_.output.flush();
-    return result.status != FeedResult::Status::error;
+    const std::size_t written = services_.output.flush();
+    if (!sound) return Taken::refused;
+    return written > kWrittenPerTurn ? Taken::enough : Taken::all;
 }
 
-void AgentSession::closed(const std::string& reason) {
-    joiner_.close();
-    const FeedResult last = decoder_.feed({}, *this);
-    const bool cutOff = last.status == FeedResult::Status::needMore && agent_.bytes > 0;
-    services_.output.agent(agent_, AgentEvent::disconnected,
-                           cutOff ? reason + ", in the middle of a packet" : reason,
-                           services_.nowMillis());
+bool AgentSession::closed(const Ending& ending) {
+    if (!ending_) {
+        agent_.openAtEnd = joiner_.openCount();
+        agent_.ending = ending.byPeer ? AgentEnding::orderly : AgentEnding::byServer;
+        endReason_ = describe(ending);
+        ending_ = true;
+    }
+    const bool all = joiner_.close(kToldPerTurn);
+    if (all)
+        services_.output.agent(agent_, AgentEvent::disconnected, endReason_, services_.nowMillis());
     services_.output.flush();
+    return all;
+}
+
+// A peer that has something under way does not leave of its own accord.
+std::string AgentSession::describe(const Ending& ending) {
+    std::string reason = ending.reason;
+    const FeedResult last = decoder_.feed({}, *this);
+    if (last.status == FeedResult::Status::needMore && agent_.bytes > 0) {
+        reason += ", in the middle of a packet";
+    } else if (agent_.openAtEnd > 0 && ending.byPeer) {
+        reason += ", with work open: ";
+        dc2ps::appendNumber(reason, std::uint64_t{agent_.openAtEnd});
+    }
+    if (ending.byPeer && reason != kOrderlyEnd) agent_.ending = AgentEnding::cut;
+    return reason;
+}
+
+std::size_t AgentSession::heldBytes() const {
+    // A buffer that grows has twice the room.
+    return sizeof *this + 2 * mostUndecoded_ + joiner_.heldBytes() + names_.heldBytes();
 }
 
 void AgentSession::onRecord(std::uint64_t, const Record& record) {
@@ -68,13 +109,20 @@ void AgentSession::onRecord(std::uint64_t, const Record& record) {
                     }
                     if constexpr (std::is_same_v<R, dc2ps::ClassLoad> ||
                                   std::is_same_v<R, dc2ps::PortalMethodName>)
-                        agent_.names.add(r);
-                    if constexpr (std::is_same_v<R, dc2ps::ClassUnload>) agent_.names.remove(r);
+                        names_.add(r);
+                    if constexpr (std::is_same_v<R, dc2ps::ClassUnload>) names_.remove(r);
+                    if constexpr (std::is_same_v<R, dc2ps::Mqi>) return note(r);
                     services_.output.note(agent_, record);
                 }
             }
         },
         record);
+}
+
+// An honest one has at most a line for each type of call.
+void AgentSession::note(dc2ps::Mqi mqi) {
+    mqi.elementCount = std::min(mqi.elementCount, kMaxMqiCalls);
+    services_.output.note(agent_, mqi);
 }
 
 void AgentSession::takePacket() {
@@ -98,10 +146,10 @@ void AgentSession::take(const dc2ps::ServerInit& init) {
     ++services_.statistics.packets;
     agent_.known = true;
     agent_.standalone = init.type == dc2ps::RecordType::standaloneInit;
-    agent_.componentId = init.componentId;
-    agent_.cluster = init.cluster;
-    agent_.node = init.node;
-    agent_.server = init.server;
+    agent_.componentId = cutText(init.componentId, kMaxIdentity);
+    agent_.cluster = cutText(init.cluster, kMaxIdentity);
+    agent_.node = cutText(init.node, kMaxIdentity);
+    agent_.server = cutText(init.server, kMaxIdentity);
     agent_.version = init.version;
     agent_.adminPort = init.adminPort;
     services_.output.agent(agent_, again ? AgentEvent::reannounced : AgentEvent::connected, {},
@@ -112,7 +160,8 @@ void AgentSession::onSpan(const Span& span) {
     auto& outcomes =
         isRequest(span.kind) ? services_.statistics.requests : services_.statistics.calls;
     outcomes.count(span.outcome);
-    services_.output.span(agent_, span);
+    fillRow(agent_, names_, span, row_);
+    services_.output.span(agent_, row_);
 }
 
 void AgentSession::onGc(const GcPause& pause) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "dc2ps/StreamDecoder.h"
+#include "server/join/AgentNames.h"
 #include "server/join/SpanJoiner.h"
 #include "server/model/Agent.h"
 #include "server/model/Output.h"
@@ -33,8 +34,10 @@ public:
     AgentSession(SessionServices& services, std::uint64_t connection, std::string peer);
     ~AgentSession() override;
 
-    bool received(dc2ps::Bytes untrusted) override;
-    void closed(const std::string& reason) override;
+    Taken received(dc2ps::Bytes untrusted) override;
+    bool closed(const Ending& ending) override;
+    bool identified() const override { return agent_.known; }
+    std::size_t heldBytes() const override;
 
 private:
     void onRecord(std::uint64_t offset, const dc2ps::Record& record) override;
@@ -43,12 +46,19 @@ private:
     void take(const dc2ps::AgentInit& init);
     void take(const dc2ps::ServerInit& init);
     void takePacket();
+    void note(dc2ps::Mqi mqi);
+    std::string describe(const Ending& ending);
 
     SessionServices& services_;
     Agent agent_;
+    AgentNames names_;
     bool toldUnidentified_ = false;
+    bool ending_ = false;
+    std::string endReason_;
     dc2ps::StreamDecoder decoder_;
+    std::size_t mostUndecoded_ = 0;  // bytes kept by the decoder at a time, since it kept none
     SpanJoiner joiner_;
+    SpanRow row_;  // the one in hand
     std::unique_ptr<class RecordedStream> recorded_;
 };
 

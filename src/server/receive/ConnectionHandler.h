@@ -1,20 +1,37 @@
 // What the receiver of bytes knows about whoever makes sense of them.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "dc2ps/Records.h"
 
 namespace server {
 
-// One per connection. Never called again after closed().
+constexpr const char* kOrderlyEnd = "closed by the agent";
+
+// One per connection.
 class ConnectionHandler {
 public:
+    enum class Taken : std::uint8_t {
+        all,
+        enough,  // much had to be written for it: the others' turn
+        refused  // the connection is to be closed; the handler knows why
+    };
+    struct Ending {
+        std::string reason;  // in words; kOrderlyEnd: the peer has hung up
+        bool byPeer = false;
+    };
+
     virtual ~ConnectionHandler() = default;
-    // Takes what has arrived. False: the connection is to be closed; the handler knows why.
-    [[nodiscard]] virtual bool received(dc2ps::Bytes untrusted) = 0;
-    // The connection has ended. reason: in words.
-    virtual void closed(const std::string& reason) = 0;
+    [[nodiscard]] virtual Taken received(dc2ps::Bytes untrusted) = 0;
+    // The connection has ended. False: there is more to tell than one turn allows, to be called
+    // again. Nothing else is called any more.
+    [[nodiscard]] virtual bool closed(const Ending& ending) = 0;
+
+    virtual bool identified() const = 0;        // the peer has said who it is
+    virtual std::size_t heldBytes() const = 0;  // memory kept for this connection, at most
 };
 
 }  // namespace server

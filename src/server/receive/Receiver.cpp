@@ -1,22 +1,42 @@
 #include "server/receive/Receiver.h"
 
-#include <chrono>
+#include <algorithm>
+#include <ctime>
 #include <exception>
+#include <map>
+#include <utility>
 
 namespace server {
 
 using asio::ip::tcp;
+using Ending = ConnectionHandler::Ending;
+using Taken = ConnectionHandler::Taken;
 
 struct Receiver::Connection {
-    explicit Connection(tcp::socket s) : socket(std::move(s)) {}
+    Connection(tcp::socket s, std::string p) : socket(std::move(s)), peer(std::move(p)) {}
     tcp::socket socket;
+    const std::string peer;  // who is counted as one
     std::unique_ptr<ConnectionHandler> handler;
+    const Clock::time_point since = Clock::now();
+    bool proven = false;                 // it has had a turn
+    Clock::time_point expensiveUntil{};  // it has to stand in line
+    std::size_t heldBytes = 0;
+    Ending ending;
 };
 
 namespace {
 
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);  // when descriptors have run out
-constexpr int kReadsWhenStopping = 256;  // a peer that never pauses must not keep the server alive
+constexpr auto kSilenceCheck = std::chrono::milliseconds(500);
+constexpr auto kExpensive = std::chrono::microseconds(500);  // a turn; an agent's usual one is less
+constexpr auto kExpensiveFor = std::chrono::seconds(10);
+
+// What the thread has worked: a turn is not longer because others had the processor.
+std::chrono::nanoseconds worked() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
 
 std::string textOf(const tcp::endpoint& endpoint) {
     const std::string address = endpoint.address().to_string();
@@ -24,14 +44,24 @@ std::string textOf(const tcp::endpoint& endpoint) {
            std::to_string(endpoint.port());
 }
 
+std::string peerOf(const asio::ip::address& address) {
+    if (address.is_v4()) return address.to_string();
+    if (address.to_v6().is_v4_mapped())
+        return make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
+    auto bytes = address.to_v6().to_bytes();
+    std::fill(bytes.begin() + 8, bytes.end(), std::uint8_t{0});
+    return asio::ip::address_v6(bytes).to_string();
+}
+
 }  // namespace
 
-Receiver::Receiver(asio::io_context& io, MakeHandler makeHandler, Refused refused)
+Receiver::Receiver(asio::io_context& io, Owner owner, const ReceiveLimits& limits)
     : io_(io),
-      makeHandler_(std::move(makeHandler)),
-      refused_(std::move(refused)),
+      owner_(std::move(owner)),
+      limits_(limits),
       acceptor_(io),
       acceptPause_(io),
+      silenceTimer_(io),
       buffer_(kReadBytes) {
 }
 
@@ -51,8 +81,9 @@ std::string Receiver::listen(const std::string& host, std::uint16_t port) {
     const tcp::endpoint real = error ? tcp::endpoint() : acceptor_.local_endpoint(error);
     if (error) return error.message();
     port_ = real.port();
-    address_ = real.address().to_string();
+    address_ = real.address();
     accept();
+    watchSilence();
     return {};
 }
 
@@ -74,71 +105,194 @@ void Receiver::accept() {
 }
 
 void Receiver::accepted(tcp::socket socket) {
-    if (connections_.size() >= kMaxConnections) return refused_();  // closed by going out of scope
     asio::error_code error;
     const tcp::endpoint peer = socket.remote_endpoint(error);
     if (error) return;  // gone already
-    socket.non_blocking(true, error);
+    auto connection = std::make_shared<Connection>(std::move(socket), peerOf(peer.address()));
+    if (!makePlace(connection->peer)) return owner_.refused();  // closed by going out of scope
+    connection->socket.non_blocking(true, error);
     if (error) return;
     // An agent says nothing for hours when its server is idle; one whose host has died says nothing
     // at all. Failing to ask for probes costs only the difference.
-    socket.set_option(asio::socket_base::keep_alive(true), error);
-    auto connection = std::make_shared<Connection>(std::move(socket));
-    connection->handler = makeHandler_(textOf(peer));
+    connection->socket.set_option(asio::socket_base::keep_alive(true), error);
+    connection->handler = owner_.makeHandler(textOf(peer));
     connections_.push_back(connection);
+    account(*connection);
     awaitBytes(connection);
+}
+
+// False: every place is taken by somebody who has said who it is.
+bool Receiver::makePlace(const std::string& peer) {
+    const auto isPeer = [&](const ConnectionPtr& each) { return each->peer == peer; };
+    const bool peerIsFull =
+        static_cast<std::size_t>(std::count_if(connections_.begin(), connections_.end(), isPeer)) >=
+        limits_.connectionsPerPeer;
+    if (!peerIsFull && connections_.size() < limits_.connections) return true;
+    const auto oldest =
+        std::find_if(connections_.begin(), connections_.end(), [&](const ConnectionPtr& each) {
+            return !each->handler->identified() && (!peerIsFull || isPeer(each));
+        });
+    if (oldest == connections_.end()) return false;
+    close(ConnectionPtr(*oldest), {"closed to make room: it had not said who it is", false});
+    return true;
 }
 
 void Receiver::awaitBytes(const ConnectionPtr& connection) {
     connection->socket.async_wait(tcp::socket::wait_read,
                                   [this, connection](const asio::error_code& error) {
-                                      if (stopped_ || !connection->handler) return;
-                                      if (error) return close(*connection, error.message());
-                                      if (readTurn(*connection, kReadsPerTurn) != Turn::ended)
-                                          awaitBytes(connection);
+                                      if (stopped_ || !connection->socket.is_open()) return;
+                                      if (error) return close(connection, {error.message(), true});
+                                      serve(connection);
                                   });
 }
 
-Receiver::Turn Receiver::readTurn(Connection& connection, int reads) {
-    for (int i = 0; i < reads; ++i) {
+// The socket has something.
+void Receiver::serve(const ConnectionPtr& connection) {
+    if (owner_.crowded()) {
+        held_.push_back(connection);
+    } else if (Clock::now() < connection->expensiveUntil) {
+        line_.push_back(connection);
+        scheduleStep();
+    } else {
+        takeTurn(connection);
+    }
+}
+
+void Receiver::takeTurn(const ConnectionPtr& connection) {
+    const auto from = worked();
+    const Turn turn = read(connection);
+    connection->proven = true;
+    if (worked() - from > kExpensive) connection->expensiveUntil = Clock::now() + kExpensiveFor;
+    if (turn == Turn::ended) return;
+    account(*connection);
+    if (heldBytes_ > limits_.memory) freeMemory();
+    if (!connection->socket.is_open()) return;
+    if (turn == Turn::idle) return awaitBytes(connection);
+    line_.push_back(connection);
+    scheduleStep();
+}
+
+Receiver::Turn Receiver::read(const ConnectionPtr& connection) {
+    const auto from = worked();
+    const bool cautious = !connection->proven || Clock::now() < connection->expensiveUntil;
+    const std::size_t size = cautious ? kCautiousBytes : buffer_.size();
+    for (int i = 0; i < kReadsPerTurn; ++i) {
         asio::error_code error;
-        const std::size_t count = connection.socket.read_some(asio::buffer(buffer_), error);
+        const std::size_t count =
+            connection->socket.read_some(asio::buffer(buffer_.data(), size), error);
         if (error == asio::error::would_block || error == asio::error::interrupted)
             return Turn::idle;
         if (error) {
-            close(connection, error == asio::error::eof ? "closed by the agent" : error.message());
+            const bool orderly = error == asio::error::eof;
+            close(connection, {orderly ? kOrderlyEnd : error.message(), true});
             return Turn::ended;
         }
-        bool goOn = false;
+        Taken taken = Taken::refused;
         std::string reason = "closed because of what it sent";
         try {
-            goOn = connection.handler->received(dc2ps::Bytes(buffer_.data(), count));
+            taken = connection->handler->received(dc2ps::Bytes(buffer_.data(), count));
         } catch (const std::exception& e) {  // out of memory, say: costs this connection only
             reason = std::string("closed by an error of the server: ") + e.what();
         }
-        if (!goOn) {
-            close(connection, reason);
+        if (taken == Taken::refused) {
+            close(connection, {reason, false});
             return Turn::ended;
         }
+        if (taken == Taken::enough || owner_.crowded() || worked() - from >= kTurn)
+            return Turn::more;
     }
     return Turn::more;
 }
 
-void Receiver::close(Connection& connection, const std::string& reason) {
-    const std::unique_ptr<ConnectionHandler> handler = std::move(connection.handler);
+void Receiver::close(const ConnectionPtr& connection, Ending ending) {
     asio::error_code ignored;  // closing is all that can be done about it
-    connection.socket.close(ignored);
-    connections_.remove_if([&](const ConnectionPtr& each) { return each.get() == &connection; });
-    handler->closed(reason);
+    connection->socket.close(ignored);
+    connections_.remove(connection);
+    heldBytes_ -= connection->heldBytes;
+    connection->ending = std::move(ending);
+    if (tellEnd(*connection)) return;
+    ending_.push_back(connection);
+    scheduleStep();
 }
 
-void Receiver::stop() {
+// True when all is told.
+bool Receiver::tellEnd(Connection& connection) {
+    try {
+        if (!connection.handler->closed(connection.ending)) return false;
+    } catch (const std::exception&) {  // out of memory: then nothing more can be told of it
+    }
+    connection.handler.reset();
+    return true;
+}
+
+// One turn for those that wait in line, and one part of an end. Between two steps everybody who is
+// ready and not in line has a turn.
+void Receiver::step() {
+    stepScheduled_ = false;
+    if (stopped_ || owner_.crowded()) return;
+    if (!ending_.empty() && tellEnd(*ending_.front())) ending_.pop_front();
+    while (!line_.empty()) {
+        const ConnectionPtr next = std::move(line_.front());
+        line_.pop_front();
+        if (!next->socket.is_open()) continue;
+        takeTurn(next);
+        break;
+    }
+    scheduleStep();
+}
+
+void Receiver::scheduleStep() {
+    if (stepScheduled_ || (line_.empty() && ending_.empty())) return;
+    stepScheduled_ = true;
+    asio::post(io_, [this] { step(); });
+}
+
+void Receiver::resume() {
+    for (const ConnectionPtr& each : std::exchange(held_, {}))
+        if (each->socket.is_open() && !stopped_) serve(each);
+    scheduleStep();
+}
+
+void Receiver::watchSilence() {
+    silenceTimer_.expires_after(std::min(kSilenceCheck, limits_.silence));
+    silenceTimer_.async_wait([this](const asio::error_code& cancelled) {
+        if (cancelled || stopped_) return;
+        const Clock::time_point latest = Clock::now() - limits_.silence;
+        std::vector<ConnectionPtr> silent;
+        for (const ConnectionPtr& each : connections_)
+            if (each->since < latest && !each->handler->identified()) silent.push_back(each);
+        for (const ConnectionPtr& each : silent)
+            close(each, {"closed: it has not said who it is", false});
+        watchSilence();
+    });
+}
+
+void Receiver::account(Connection& connection) {
+    heldBytes_ -= connection.heldBytes;
+    connection.heldBytes = connection.handler->heldBytes();
+    heldBytes_ += connection.heldBytes;
+}
+
+void Receiver::freeMemory() {
+    std::map<std::string, std::size_t> byPeer;
+    for (const ConnectionPtr& each : connections_) byPeer[each->peer] += each->heldBytes;
+    const auto most = std::max_element(connections_.begin(), connections_.end(),
+                                       [&](const ConnectionPtr& a, const ConnectionPtr& b) {
+                                           return std::pair(byPeer[a->peer], a->heldBytes) <
+                                                  std::pair(byPeer[b->peer], b->heldBytes);
+                                       });
+    close(ConnectionPtr(*most), {"closed: it held the most of the memory for all", false});
+}
+
+void Receiver::stop(Clock::time_point deadline) {
     if (stopped_) return;
     stopped_ = true;
+    deadline_ = deadline;
     takeBacklog();
     asio::error_code ignored;
     acceptor_.close(ignored);
     acceptPause_.cancel();
+    silenceTimer_.cancel();
     finishAll();
 }
 
@@ -146,18 +300,28 @@ void Receiver::stop() {
 void Receiver::takeBacklog() {
     asio::error_code error;
     acceptor_.non_blocking(true, error);
-    while (!error) {
+    while (!error && Clock::now() < deadline_) {
         tcp::socket socket = acceptor_.accept(error);
         if (!error) accepted(std::move(socket));
     }
 }
 
+// Turn by turn: one who never stops sending must not use up the others' time.
 void Receiver::finishAll() {
-    while (!connections_.empty()) {
-        const ConnectionPtr connection = connections_.front();
-        if (readTurn(*connection, kReadsWhenStopping) != Turn::ended)
-            close(*connection, "the server stops");
+    std::deque<ConnectionPtr> open(connections_.begin(), connections_.end());
+    for (; !open.empty() && Clock::now() < deadline_; open.pop_front()) {
+        const Turn turn = read(open.front());
+        if (turn == Turn::more) open.push_back(open.front());
+        if (turn == Turn::idle) close(open.front(), {"the server stops", false});
     }
+    while (!connections_.empty() && Clock::now() < deadline_)
+        close(ConnectionPtr(connections_.front()), {"the server stops", false});
+    while (!ending_.empty() && Clock::now() < deadline_)
+        if (tellEnd(*ending_.front())) ending_.pop_front();
+    connections_.clear();
+    ending_.clear();
+    line_.clear();
+    held_.clear();
 }
 
 }  // namespace server

@@ -1,12 +1,23 @@
 // Takes connections and hands their bytes on; knows nothing of what they mean.
 //
 // One buffer serves all connections: bytes are read only when a socket has some, and handed on at
-// once. A connection that always has more gets its turn and then waits for the others'. Threads:
-// everything happens on the thread that runs the io_context.
+// once. No peer may hold up the others:
+//   - a turn is short, in time and in what is written for it. Whoever needed more waits in a line
+//   of
+//     which one has a turn at a time; all others go before. So does a connection that is new, and
+//     for a while one that was expensive.
+//   - connections have a limit, in all and for each peer address (of IPv6 its first 64 bits). When
+//     it is reached, the oldest that has not said who it is gives up its place.
+//   - one that has not said who it is in time is closed.
+//   - all connections together have a limit of memory. Beyond it the address that holds the most
+//     loses the connection that holds the most.
+// Threads: everything happens on the thread that runs the io_context.
 #pragma once
 
 #include <asio.hpp>
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <list>
 #include <memory>
@@ -17,26 +28,40 @@
 
 namespace server {
 
+struct ReceiveLimits {
+    std::size_t connections = 1024;
+    std::size_t connectionsPerPeer = 128;
+    std::chrono::milliseconds silence{30000};  // until a connection has said who it is
+    std::size_t memory = 512u << 20;           // bytes, of all connections together
+};
+
 class Receiver {
 public:
-    static constexpr std::size_t kMaxConnections = 1024;  // open at a time; more are closed at once
-    static constexpr std::size_t kReadBytes = 256u << 10;
-    static constexpr int kReadsPerTurn = 8;
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::size_t kReadBytes = 8u << 10;
+    static constexpr std::size_t kCautiousBytes = 2u << 10;  // from one that may be expensive
+    static constexpr int kReadsPerTurn = 64;
+    static constexpr std::chrono::milliseconds kTurn{2};  // of work
 
-    using MakeHandler = std::function<std::unique_ptr<ConnectionHandler>(std::string peer)>;
-    using Refused = std::function<void()>;  // a connection beyond kMaxConnections was closed
+    struct Owner {
+        std::function<std::unique_ptr<ConnectionHandler>(std::string peer)> makeHandler;
+        std::function<void()> refused;  // a connection found no place
+        std::function<bool()> crowded;  // nothing should be read now; resume() tells when again
+    };
 
-    Receiver(asio::io_context& io, MakeHandler makeHandler, Refused refused);
+    Receiver(asio::io_context& io, Owner owner, const ReceiveLimits& limits = {});
     ~Receiver();
 
     // Binds, listens and begins to accept. host: a name or an address; port 0: any free port.
     // Empty on success, else what went wrong.
     [[nodiscard]] std::string listen(const std::string& host, std::uint16_t port);
-    std::uint16_t port() const { return port_; }             // the real one
-    const std::string& address() const { return address_; }  // the real one, without the port
+    std::uint16_t port() const { return port_; }  // the real one
+    const asio::ip::address& address() const { return address_; }
 
-    // Accepts no more, takes what has arrived already, and closes every connection.
-    void stop();
+    void resume();
+    // Accepts no more, takes what has arrived already, and closes every connection. What is left at
+    // the deadline is not taken, and not told.
+    void stop(Clock::time_point deadline);
 
 private:
     struct Connection;
@@ -45,22 +70,38 @@ private:
 
     void accept();
     void accepted(asio::ip::tcp::socket socket);
+    bool makePlace(const std::string& peer);
     void awaitBytes(const ConnectionPtr& connection);
-    Turn readTurn(Connection& connection, int reads);
-    void close(Connection& connection, const std::string& reason);
+    void serve(const ConnectionPtr& connection);
+    void takeTurn(const ConnectionPtr& connection);
+    Turn read(const ConnectionPtr& connection);
+    void close(const ConnectionPtr& connection, ConnectionHandler::Ending ending);
+    bool tellEnd(Connection& connection);
+    void step();
+    void scheduleStep();
+    void watchSilence();
+    void account(Connection& connection);
+    void freeMemory();
     void takeBacklog();
     void finishAll();
 
     asio::io_context& io_;
-    MakeHandler makeHandler_;
-    Refused refused_;
+    Owner owner_;
+    ReceiveLimits limits_;
     asio::ip::tcp::acceptor acceptor_;
     asio::steady_timer acceptPause_;
-    std::list<ConnectionPtr> connections_;
+    asio::steady_timer silenceTimer_;
+    std::list<ConnectionPtr> connections_;  // oldest first
+    std::deque<ConnectionPtr> line_;        // those that wait for a turn of their own
+    std::deque<ConnectionPtr> ending_;      // closed, but not all of it told
+    std::vector<ConnectionPtr> held_;       // ready, but the output is crowded
+    std::size_t heldBytes_ = 0;             // of connections_
     std::vector<std::uint8_t> buffer_;
     std::uint16_t port_ = 0;
-    std::string address_;
+    asio::ip::address address_;
+    bool stepScheduled_ = false;
     bool stopped_ = false;
+    Clock::time_point deadline_;  // once it is
 };
 
 }  // namespace server

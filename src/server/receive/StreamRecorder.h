@@ -18,10 +18,10 @@ public:
     // Flushed at once: the file is read while the server runs, or after it was killed. A file that
     // cannot be written is reported once on standard error; the server goes on.
     void write(dc2ps::Bytes bytes);
+    bool sound() const { return !failed_; }
+    void tell() const;  // that it is not
 
 private:
-    void check();
-
     std::string path_;
     std::ofstream file_;
     bool failed_ = false;
@@ -29,11 +29,14 @@ private:
 
 class StreamRecorder {
 public:
-    explicit StreamRecorder(std::string path) : path_(std::move(path)) {}
-    std::unique_ptr<RecordedStream> streamOf(std::uint64_t connection) const;
+    // Opens the first file at once, so that a path that cannot be written is noticed.
+    explicit StreamRecorder(std::string path);
+    bool sound() const { return first_->sound(); }
+    std::unique_ptr<RecordedStream> streamOf(std::uint64_t connection);
 
 private:
     std::string path_;
+    std::unique_ptr<RecordedStream> first_;  // until the first connection comes
 };
 
 }  // namespace server

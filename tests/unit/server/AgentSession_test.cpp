@@ -8,6 +8,7 @@
 
 #include "Lines.h"
 #include "dc2ps/Text.h"
+#include "server/model/Fanout.h"
 #include "server/print/Format.h"
 #include "server/print/JsonReader.h"
 #include "server/print/Show.h"
@@ -29,10 +30,15 @@ public:
           services{*output, statistics, [] { return std::int64_t{1709294400123}; }},
           session(services, 1, "10.0.0.7:4711") {}
 
-    bool feed(const byhand::Bytes& bytes) { return session.received(bytes); }
+    bool feed(const byhand::Bytes& bytes) {
+        return session.received(bytes) != ConnectionHandler::Taken::refused;
+    }
     void play(const byhand::Bytes& bytes) {
         EXPECT_TRUE(feed(bytes));
-        session.closed("closed by the agent");
+        hangUp();
+    }
+    void hangUp() {
+        while (!session.closed({kOrderlyEnd, true})) continue;
     }
 
     Lines lines;
@@ -125,7 +131,8 @@ TEST(JsonLines, OneObjectPerFact) {
             R"(,"exception":"Oops","class":"C","method":"m","stackTrace":"at x\n\tat y"})",
         R"({"type":"agent","event":"disconnected","time":"2024-03-01T12:00:00.123000Z",)" + where +
             R"(,"peer":"10.0.0.7:4711","reason":"closed by the agent","bytes":)" +
-            std::to_string(agentStream().size()) + R"(,"packets":2,"records":13})",
+            std::to_string(agentStream().size()) +
+            R"(,"packets":2,"records":13,"end":"orderly","open":0})",
     };
     for (const std::string& each : expected) {
         ASSERT_TRUE(std::getline(got, line));
@@ -199,7 +206,7 @@ TEST(Session, ShowsTheSameHoweverTheStreamIsCut) {
             EXPECT_TRUE(cut.feed(byhand::Bytes(
                 stream.begin() + static_cast<std::ptrdiff_t>(at),
                 stream.begin() + static_cast<std::ptrdiff_t>(std::min(stream.size(), at + size)))));
-        cut.session.closed("closed by the agent");
+        cut.hangUp();
         EXPECT_EQ(cut.lines.text, whole.lines.text) << size;
     }
 }
@@ -207,7 +214,7 @@ TEST(Session, ShowsTheSameHoweverTheStreamIsCut) {
 TEST(Session, ClosesAfterGarbageAndKeepsWhatCameBefore) {
     Session s(Format::json);
     EXPECT_FALSE(s.feed(byhand::joined({agentStream(), byhand::hex("FF")})));
-    s.session.closed("closed because of what it sent");
+    EXPECT_TRUE(s.session.closed({"closed because of what it sent", false}));
     EXPECT_EQ(s.lines.with(R"("type":"request")").size(), 2u);
     const std::vector<std::string> garbage = s.lines.with(R"("type":"garbage")");
     ASSERT_EQ(garbage.size(), 1u);
@@ -216,6 +223,37 @@ TEST(Session, ClosesAfterGarbageAndKeepsWhatCameBefore) {
               std::string::npos)
         << garbage[0];
     EXPECT_EQ(s.statistics.garbageConnections, 1u);
+}
+
+TEST(Session, CutsTextsThatAreRepeated) {
+    Session s(Format::json);
+    const std::string longText(60000, 'x');
+    s.play(byhand::joined(
+        {byhand::initPacket(longText, std::string(60000, '\1')),
+         byhand::packet({Writer().u8(146).u8(7).text(longText).trailer().done(),
+                         byhand::servletStart({1, 1, 0, 0}, longText, longText, "u"),
+                         byhand::timed(130, {}, {7}), byhand::timed(131, {}),
+                         byhand::timed(118, {1, 1, 0, 0}, Writer().u32(1).text("C").done()),
+                         byhand::timed(119, {1, 1, 0, 0})})}));
+    for (const char* each : {"portalAuthentication", "lockAcquisition"}) {
+        const std::vector<std::string> lines = s.lines.with(each);
+        ASSERT_EQ(lines.size(), 1u) << each;
+        EXPECT_LT(lines[0].size(), 2500u);
+        EXPECT_NE(lines[0].find(std::string(252, 'x') + "\u2026\""), std::string::npos);
+    }
+}
+
+// What is open, or half sent, at the end was not left so on purpose.
+TEST(Session, TellsAnOrderlyEndFromACut) {
+    Session s(Format::json);
+    s.play(byhand::joined({byhand::initPacket(),
+                           byhand::packet({byhand::servletStart({1, 1, 0, 0}, "n", "a", "u")})}));
+    const std::vector<std::string> end = s.lines.with("disconnected\",");
+    ASSERT_FALSE(end.empty());
+    EXPECT_NE(end.back().find(R"("reason":"closed by the agent, with work open: 1")"),
+              std::string::npos)
+        << end.back();
+    EXPECT_NE(end.back().find(R"("end":"cut","open":1})"), std::string::npos) << end.back();
 }
 
 TEST(Session, TellsOfAConnectionThatWasCutOff) {
@@ -290,6 +328,36 @@ INSTANTIATE_TEST_SUITE_P(
                   byhand::timed(125, {}), R"("methodId":3,"method":"","line":42)"}),
     [](const auto& c) { return std::string(c.param.name); });
 
+TEST(Names, AreFoundHoweverTheirIdsWereChosen) {
+    std::unordered_map<std::uint32_t, int, MixedHash> table;
+    table.reserve(1000);
+    const std::size_t buckets = table.bucket_count();
+    std::size_t longest = 0;
+    for (std::uint32_t i = 0; i < 1000; ++i) table[i * static_cast<std::uint32_t>(buckets)] = 1;
+    for (std::size_t i = 0; i < table.bucket_count(); ++i)
+        longest = std::max(longest, table.bucket_size(i));
+    EXPECT_LT(longest, 20u);
+}
+
+TEST(Fanout, TellsAllOutputsTheSame) {
+    Lines first, second;
+    const auto json = makeOutput(Format::json, first);
+    const auto alsoJson = makeOutput(Format::json, second);
+    Fanout both;
+    both.add(*json);
+    both.add(*alsoJson);
+    Statistics statistics;
+    SessionServices services{both, statistics, [] { return std::int64_t{0}; }};
+    AgentSession session(services, 1, "peer");
+    EXPECT_NE(session.received(agentStream()), ConnectionHandler::Taken::refused);
+    EXPECT_NE(session.received(byhand::hex("FF")), ConnectionHandler::Taken::all);
+    EXPECT_TRUE(session.closed({kOrderlyEnd, true}));
+    both.summary(statistics);
+    both.flush();
+    EXPECT_EQ(first.with("\"type\"").size(), 13u);
+    EXPECT_EQ(first.text, second.text);
+}
+
 TEST(Names, OfPortalStepsComeFromAnEarlierRecord) {
     Session s(Format::json);
     s.play(byhand::packet({byhand::hex("92 FE 0005 6C6F67696E 7F7F"),
@@ -317,15 +385,20 @@ TEST(Show, MakesTheTableOfJsonLines) {
     Session json(Format::json), table(Format::table);
     json.play(agentStream());
     table.play(agentStream());
-    std::istringstream in(json.lines.text + "{\"type\":\"request\", broken\n");
+    // What is no number is no row: it is shown as what it is, made safe.
+    const std::string foreign = R"({"type":"request","kind":"ejb","thread":)"
+                                "\x1b[2J}\n";
+    std::istringstream in(json.lines.text + foreign + "{\"type\":\"request\", broken\n");
     Lines shown;
-    EXPECT_EQ(show(in, shown), 4u);
+    std::string wrong;
+    EXPECT_TRUE(show(in, shown, wrong));
     EXPECT_EQ(shown.with("servlet"), table.lines.with("servlet"));
     EXPECT_EQ(shown.with("select"), table.lines.with("select"));
     EXPECT_EQ(shown.with("lock: thread"), table.lines.with("lock: thread"));
     EXPECT_EQ(shown.with("exception Oops"), table.lines.with("exception Oops"));
     EXPECT_EQ(shown.with("    at "), table.lines.with("    at "));
     EXPECT_EQ(shown.with("left out: 1 lines").size(), 1u);
+    EXPECT_EQ(shown.with("-- request kind=ejb thread=\\x1b[2J").size(), 1u);
     EXPECT_EQ(shown.with("PSSTATUS").size() + shown.with("status=line\\nbreak").size(), 1u);
 }
 

@@ -59,6 +59,11 @@ TEST(Answer, ErrorsAreForStandardError) {
     }
 }
 
+TEST(Answer, HasRowsOfAtMostEightFields) {
+    const std::string answer = "1\t2\t3\t4\t5\t6\t7\t8\t9\n";
+    EXPECT_EQ(Shown("status", answer).lines.text, "1  2  3  4  5  6  7  8\\t9\n");
+}
+
 TEST(Answer, SteersNoTerminal) {
     for (const char* question : {"threads", "stack \x1b", "status"}) {
         const std::string text = Shown(question, "\x1b[2J\ta\x1b\n\x1b\t(\x1b)\n").lines.text;

@@ -13,15 +13,16 @@ namespace {
 class Asking : public testing::Test {
 protected:
     Asking() {
-        options.port = static_cast<std::uint16_t>(agent.port());
-        options.question = "status";
+        question.port = static_cast<std::uint16_t>(agent.port());
+        question.host = "127.0.0.1";
+        question.text = "status";
     }
 
     // Why there is no answer, once the asker has been treated so.
     std::string wrongAfter(const std::function<void()>& treatment) {
         auto wrong = std::async(std::launch::async, [this] {
             std::string text;
-            EXPECT_FALSE(server::ask(options, lines, text));
+            EXPECT_FALSE(server::ask(question, lines, text));
             return text;
         });
         treatment();
@@ -29,7 +30,7 @@ protected:
     }
 
     LoopbackServer agent;
-    server::Options options;
+    server::Question question;
     Lines lines;
     const std::string where = "127.0.0.1:" + std::to_string(agent.port());
 };
@@ -59,7 +60,7 @@ TEST_F(Asking, SomebodyWhoVanishes) {
 }
 
 TEST_F(Asking, SomebodyWhoSaysNothing) {
-    options.answerLimit = std::chrono::seconds(1);
+    question.limit = std::chrono::seconds(1);
     EXPECT_EQ(wrongAfter([] {}), "no answer from " + where + " within 1 s");
 }
 

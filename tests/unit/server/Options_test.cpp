@@ -42,7 +42,11 @@ INSTANTIATE_TEST_SUITE_P(Values, Listen,
                                          ListenCase{"noPort", "h:", nullptr, 0},
                                          ListenCase{"noColon", "80", nullptr, 0},
                                          ListenCase{"noHost", ":80", nullptr, 0},
-                                         ListenCase{"emptyBrackets", "[]:80", nullptr, 0}),
+                                         ListenCase{"emptyBrackets", "[]:80", nullptr, 0},
+                                         ListenCase{"openBracket", "[:1", nullptr, 0},
+                                         ListenCase{"openBracketWithSix", "[::1:1", nullptr, 0},
+                                         ListenCase{"twoBrackets", "[[::1]]:1", nullptr, 0},
+                                         ListenCase{"bracketInAName", "a]:1", nullptr, 0}),
                          [](const auto& c) { return std::string(c.param.name); });
 
 TEST(Options, RefuseWhatTheyDoNotKnow) {
@@ -61,6 +65,8 @@ TEST(Options, RefuseWhatTheyDoNotKnow) {
                                                            {"--timeout", "0"},
                                                            {"--timeout", "86401"},
                                                            {"--timeout", "1s"},
+                                                           {"--memory", "15"},
+                                                           {"--memory", "1g"},
                                                            {"--format="}};
     for (const auto& arguments : refused) {
         Options options;

@@ -341,6 +341,34 @@ TEST_F(PublishServer, SaysWhyItCannotListen) {
     EXPECT_EQ(first.awaitEnd(), 0);
 }
 
+TEST_F(PublishServer, SaysWhenItListensBeyondThisHost) {
+    Program program({"--listen", "0.0.0.0:0"}, output);
+    EXPECT_NE(program.awaitPort(), 0);
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.awaitEnd(), 0);
+    EXPECT_NE(program.said().find("warning: whoever reaches 0.0.0.0 can send records"),
+              std::string::npos);
+}
+
+TEST_F(PublishServer, FailsWhenItCannotDoWhatItWasAskedFor) {
+    const fs::path lines = folder.path / "lines";
+    std::ofstream(lines) << "no JSON\n";
+    const fs::path object = folder.path / "object";
+    std::ofstream(object) << "{\"type\":\"x\"}\n";
+    const std::string nowhere = folder.path / "no/such/folder";
+    const std::tuple<std::vector<std::string>, fs::path, std::string> cases[] = {
+        {{"--help"}, "/dev/full", "cannot write the output: No space left on device"},
+        {{"--show", object.string()}, "/dev/full", "cannot write the output: No space left"},
+        {{"--dump", object.string()}, output, "garbage at byte 0"},
+        {{"--show", lines.string()}, output, "there is no line of JSON in it"},
+        {arguments({"--record", nowhere}), output, "cannot write " + nowhere}};
+    for (const auto& [options, to, said] : cases) {
+        Program program(options, to);
+        EXPECT_EQ(program.awaitEnd(), 1) << said;
+        EXPECT_EQ(program.said().rfind("velora-ps: " + said, 0), 0u) << program.said();
+    }
+}
+
 TEST_F(PublishServer, EndsWithAnErrorWhenItsOutputCannotBeWritten) {
     Program program(arguments(), "/dev/full");
     Client agent(program.awaitPort());

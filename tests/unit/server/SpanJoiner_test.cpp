@@ -257,9 +257,9 @@ TEST(SpanJoiner, TellsLevelParentAndRequest) {
                     std::to_string(span.level) + (span.request ? " for " : "");
             if (span.request)
                 seen += std::get<dc2ps::ServletRequest>(*span.request).name;  // kept, not dangling
-            if (span.wallMicros)
-                seen += " wall " + std::to_string(*span.wallMicros) + " cpu " +
-                        std::to_string(*span.cpuNanos);
+            if (span.wall)
+                seen += " wall " + std::to_string(span.wall->count()) + " cpu " +
+                        std::to_string(span.cpu->count());
             seen += "\n";
         }
         void onGc(const GcPause&) override {}
@@ -285,10 +285,13 @@ TEST(SpanJoiner, TellsLevelParentAndRequest) {
               "1 in 0 level 0 wall -1000 cpu -10\n");
 }
 
-TEST(SpanJoiner, GivesUpEverythingWhenTheConnectionEnds) {
+TEST(SpanJoiner, GivesUpEverythingWhenTheConnectionEndsSomeAtATime) {
     Play play;
     play.steps("S1@2 S1@1 S2@1 M7@2");
-    play.joiner.close();
+    const std::size_t held = play.joiner.heldBytes();
+    EXPECT_FALSE(play.joiner.close(1));
+    EXPECT_LT(play.joiner.heldBytes(), held);
+    EXPECT_TRUE(play.joiner.close(3));
     EXPECT_EQ(play.story.text,
               "servlet 2-? disconnected, servlet 1-? disconnected, method 3-? disconnected, "
               "servlet 0-? disconnected");
@@ -319,6 +322,14 @@ TEST(SpanJoiner, BoundsTheTextItKeeps) {
     Play play(limits);
     play.steps("S1@1 S1@2 s1@2");
     EXPECT_EQ(play.story.text, "servlet 0-? tooMany, servlet 1-2");
+}
+
+TEST(SpanJoiner, GivesTextBackWhenItsWorkEnds) {
+    JoinLimits limits;
+    limits.maxTextBytes = 8;  // two starts
+    Play play(limits);
+    play.steps("S1 s1 S1 s1 S1 S2 s2 s1");
+    EXPECT_EQ(play.story.text, "servlet 0-1, servlet 2-3, servlet 5-6, servlet 4-7");
 }
 
 // The thread whose record makes the limit overflow may be the only one there is.

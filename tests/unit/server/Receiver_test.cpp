@@ -1,0 +1,96 @@
+// Who keeps a connection and who does not. What hostile peers do to a whole server: tests/server.
+#include "server/receive/Receiver.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using asio::ip::tcp;
+using server::ConnectionHandler;
+
+// Identifies itself by its first bytes and holds as many as it gets.
+class Peer final : public ConnectionHandler {
+public:
+    explicit Peer(std::vector<std::string>& ends) : ends_(ends) {}
+    Taken received(dc2ps::Bytes untrusted) override {
+        held_ += untrusted.size();
+        return Taken::all;
+    }
+    bool closed(const Ending& ending) override {
+        ends_.push_back(ending.reason);
+        return true;
+    }
+    bool identified() const override { return held_ > 0; }
+    std::size_t heldBytes() const override { return held_; }
+
+private:
+    std::vector<std::string>& ends_;
+    std::size_t held_ = 0;
+};
+
+class Receiving : public testing::Test {
+protected:
+    void listen(const server::ReceiveLimits& limits) {
+        receiver.emplace(io,
+                         server::Receiver::Owner{
+                             [this](const std::string&) { return std::make_unique<Peer>(ends); },
+                             [this] { ++refused; }, [] { return false; }},
+                         limits);
+        ASSERT_EQ(receiver->listen("127.0.0.1", 0), "");
+    }
+    void connect(const std::string& bytes) {
+        clients.emplace_back(io).connect({asio::ip::address_v4::loopback(), receiver->port()});
+        asio::write(clients.back(), asio::buffer(bytes));
+        io.run_for(std::chrono::milliseconds(20));
+    }
+
+    asio::io_context io;
+    std::optional<server::Receiver> receiver;
+    std::vector<tcp::socket> clients;
+    std::vector<std::string> ends;
+    int refused = 0;
+};
+
+TEST_F(Receiving, ClosesWhoHasNotSaidWhoItIsInTime) {
+    server::ReceiveLimits limits;
+    limits.silence = std::chrono::milliseconds(60);
+    listen(limits);
+    connect("");
+    connect("known");
+    io.run_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(ends, std::vector<std::string>{"closed: it has not said who it is"});
+}
+
+TEST_F(Receiving, GivesThePlaceOfTheOldestUnknownToANewOne) {
+    server::ReceiveLimits limits;
+    limits.connectionsPerPeer = 2;
+    listen(limits);
+    connect("known");
+    connect("");
+    connect("also known");
+    EXPECT_EQ(ends, std::vector<std::string>{"closed to make room: it had not said who it is"});
+    EXPECT_EQ(refused, 0);
+    connect("one too many");
+    EXPECT_EQ(refused, 1);
+    EXPECT_EQ(ends.size(), 1u);
+}
+
+TEST_F(Receiving, ClosesWhoHoldsMostWhenAllHoldTooMuch) {
+    server::ReceiveLimits limits;
+    limits.memory = 100;
+    listen(limits);
+    connect(std::string(70, 'x'));
+    connect(std::string(20, 'x'));
+    EXPECT_TRUE(ends.empty());
+    connect(std::string(20, 'x'));
+    EXPECT_EQ(ends, std::vector<std::string>{"closed: it held the most of the memory for all"});
+    clients[1].non_blocking(true);
+    std::array<char, 1> byte{};
+    asio::error_code error;
+    clients[1].read_some(asio::buffer(byte), error);
+    EXPECT_EQ(error, asio::error::would_block) << "the others stay";
+}
+
+}  // namespace
