@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundation/Console.h"
@@ -45,6 +46,29 @@ std::string logFilePath() {
     return path + formatSafely(".%04d%02d%02d%02d%02d%02d.%d.datacollector.log",
                                {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour,
                                 now.tm_min, now.tm_sec, getProcessId()});
+}
+
+// Control characters are written out, so that a text from outside can neither begin a line of its
+// own nor steer a terminal. A tab stays, and so does a line end behind everything else: texts of
+// the messages file have one.
+std::string onOneLine(std::string_view text) {
+    std::string line;
+    line.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        auto c = static_cast<unsigned char>(text[i]);
+        const bool last = i + 1 == text.size();
+        if (c == 0xC2 && !last && static_cast<unsigned char>(text[i + 1]) < 0xA0)
+            c = static_cast<unsigned char>(text[++i]);  // U+0080 to U+009F
+        else if ((c >= 0x20 && c != 0x7F) || c == '\t' || (c == '\n' && last)) {
+            line += text[i];
+            continue;
+        }
+        if (c == '\n')
+            line += "\\n";
+        else
+            line += formatSafely("\\x%02x", {int{c}});
+    }
+    return line;
 }
 
 const char* lineFormat(int level) {
@@ -157,7 +181,8 @@ void ProbeLog::writeLine(int level, const char* text) {
     std::array<char, 64> time{};  // asctime_r promises 26, a year beyond 9999 needs a little more
     if (asctime_r(&now, time.data()) == nullptr) return;
     time[std::strcspn(time.data(), "\n")] = ' ';
-    const std::string line = formatSafely(lineFormat(level), {time.data(), text});
+    const std::string line =
+        formatSafely(lineFormat(level), {time.data(), onOneLine(text).c_str()});
     FILE* const log = fplog_.load(std::memory_order_acquire);
     // One write, so that lines of several threads do not mix.
     std::fwrite(line.data(), 1, line.size(), log == nullptr ? console::out() : log);

@@ -5,6 +5,8 @@
 // LogMessages is edited by operators and translators, so its formats are not trusted:
 // formatSafely() fills them from arguments that carry their types, whatever the format asks for.
 //
+// A record is one line: control characters inside a text are written as \n or \xHH.
+//
 // Threads: initialize() while the library loads, destroy() when nobody logs any more; in between
 // every writer from any thread, one write per line. Failure: logging never fails its caller;
 // without a file the lines go to standard output.

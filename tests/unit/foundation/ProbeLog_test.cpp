@@ -88,6 +88,12 @@ TEST_F(ProbeLogTest, WritesEachLevelInItsForm) {
               "@TRACE: six \n@UNKNOW: seven \n");
 }
 
+TEST_F(ProbeLogTest, ARecordIsOneLineWhateverItsTextHolds) {
+    open("k=user %s\n");
+    ProbeLog::_logV(ProbeLog::kInfo, "k", "a\nb\x1b[2J\r\x7f\xc2\x9b\tc\xc3\xa9");
+    EXPECT_EQ(logged(), "@INFO: user a\\nb\\x1b[2J\\x0d\\x7f\\x9b\tc\xc3\xa9\n \n");
+}
+
 TEST_F(ProbeLogTest, FillsTextsByKey) {
     open("started=The agent has started\ncount=%d of %s=\nbare\nlast=no end");
     ProbeLog::_logV(ProbeLog::kInfo, "started");
