@@ -8,6 +8,7 @@ import com.velora.probe.ThreadManager;
 
 import java.util.HashSet;
 import java.util.Set;
+import java.util.concurrent.atomic.AtomicBoolean;
 
 /**
  * What can be asked at the admin port. An answer is text, every line of it with its end, fields separated by tabs; what
@@ -21,27 +22,39 @@ final class AdminCommands {
     private static final int SUSPENDED = 0x8000;
     private static final int INTERRUPTED = 0x4000;
 
+    /** A snapshot stops the application, so ten times as long has to pass before the next one. */
+    private static final int HEAP_PAUSE_FACTOR = 10;
+
+    private static final AtomicBoolean heapBusy = new AtomicBoolean();
+    private static long nextHeapNanos = System.nanoTime(); // from when on; changed while heapBusy only
+
     private AdminCommands() {
     }
 
     static String answer(String request) {
         try {
             String[] words = request.trim().split("\\s+");
-            if (words[0].equals("stack")) {
-                return words.length == 2 ? stack(words[1]) : error("expected: stack ID");
+            if (words.length == 1 && words[0].equals("heap")) {
+                return heap();
             }
-            switch (words.length == 1 ? words[0] : "") {
-                case "heap":
-                    return heap();
-                case "threads":
-                    return threads();
-                case "status":
-                    return status();
-                default:
-                    return error("unknown command; " + KNOWN);
-            }
+            return quickAnswer(words);
         } catch (Throwable t) { // of memory, most likely: costs this answer only
             return error(t.toString());
+        }
+    }
+
+    /** One at a time, so that asking often costs the server no more than asking once. */
+    private static synchronized String quickAnswer(String[] words) {
+        if (words[0].equals("stack")) {
+            return words.length == 2 ? stack(words[1]) : error("expected: stack ID");
+        }
+        switch (words.length == 1 ? words[0] : "") {
+            case "threads":
+                return threads();
+            case "status":
+                return status();
+            default:
+                return error("unknown command; " + KNOWN);
         }
     }
 
@@ -53,8 +66,26 @@ final class AdminCommands {
         if (!ProbeController.isNativeProbeEnabled()) {
             return error("the probe is disabled");
         }
-        StringBuffer summary = new StringBuffer();
-        int result = HeapUtil.getHeapSnapShotData(summary);
+        if (!heapBusy.compareAndSet(false, true)) {
+            return error("another heap snapshot is being taken");
+        }
+        try {
+            long begin = System.nanoTime();
+            if (nextHeapNanos - begin > 0) {
+                return error("the last heap snapshot was a moment ago; the next can be taken in "
+                        + (nextHeapNanos - begin + 999_999_999) / 1_000_000_000 + " s");
+            }
+            StringBuffer summary = new StringBuffer();
+            int result = HeapUtil.getHeapSnapShotData(summary);
+            long end = System.nanoTime();
+            nextHeapNanos = end + HEAP_PAUSE_FACTOR * (end - begin);
+            return heap(result, summary);
+        } finally {
+            heapBusy.set(false);
+        }
+    }
+
+    private static String heap(int result, StringBuffer summary) {
         switch (result) {
             case 0:
                 return summary.length() > 0 ? summary.toString() : error("the collector had no memory for the summary");

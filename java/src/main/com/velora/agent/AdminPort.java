@@ -9,24 +9,27 @@ import java.net.ServerSocket;
 import java.net.Socket;
 import java.net.SocketTimeoutException;
 import java.nio.charset.StandardCharsets;
+import java.util.concurrent.Semaphore;
 
 /**
  * The door for an operator's questions: one line in, a text out, and the connection is closed; {@link AdminCommands}
- * knows the answers. Listens on 127.0.0.1 only, since there is no authentication, and answers one caller at a time, so
- * that asking often costs the server no more than asking once. A caller that sends no whole line, or does not take its
- * answer, holds up the others for seconds.
+ * knows the answers. Listens on 127.0.0.1 only, since there is no authentication. Several callers are served at once, and
+ * who says nothing loses its place soon, so that nobody keeps an operator out; who finds no place waits for one.
  */
 public final class AdminPort {
     private static final byte[] LOOPBACK = {127, 0, 0, 1};
     private static final int BACKLOG = 16;
     private static final int MAX_REQUEST = 256; // bytes
+    private static final int MAX_CALLERS = 8; // at once
+    private static final int FIRST_BYTE_MILLIS = 500;
     private static final int READ_SECONDS = 5;
-    private static final int WRITE_SECONDS = 30;
+    private static final int WRITE_SECONDS = 10;
     private static final int PAUSE_MILLIS = 100;
 
     private static volatile int number; // 0: not open
 
     private final ServerSocket listener;
+    private final Semaphore places = new Semaphore(MAX_CALLERS);
 
     private AdminPort(ServerSocket listener) {
         this.listener = listener;
@@ -52,15 +55,44 @@ public final class AdminPort {
 
     private void serve() throws InterruptedException {
         while (true) {
-            try (Socket caller = listener.accept()) {
-                String request = readLine(caller);
-                write(caller, request == null
-                        ? AdminCommands.error("expected one line of at most " + MAX_REQUEST + " bytes within "
-                                + READ_SECONDS + " s: " + AdminCommands.KNOWN)
-                        : AdminCommands.answer(request));
-            } catch (Throwable t) { // it hung up, or memory or descriptors have run out: then trying at once would spin
+            places.acquire();
+            Socket caller = null;
+            try {
+                caller = listener.accept();
+                start(caller);
+            } catch (Throwable t) { // memory, threads or descriptors have run out: trying at once would spin
+                hangUp(caller);
+                places.release();
                 Thread.sleep(PAUSE_MILLIS);
             }
+        }
+    }
+
+    private void start(Socket caller) {
+        Workers.startDaemon("admin-caller", () -> serve(caller));
+    }
+
+    private static void hangUp(Socket caller) {
+        try {
+            if (caller != null) {
+                caller.close();
+            }
+        } catch (IOException gone) {
+            return;
+        }
+    }
+
+    private void serve(Socket connection) {
+        try (Socket caller = connection) {
+            String request = readLine(caller);
+            write(caller, request == null
+                    ? AdminCommands.error("expected one line of at most " + MAX_REQUEST + " bytes, begun within "
+                            + FIRST_BYTE_MILLIS + " ms and whole within " + READ_SECONDS + " s: " + AdminCommands.KNOWN)
+                    : AdminCommands.answer(request));
+        } catch (IOException hungUp) {
+            return;
+        } finally {
+            places.release();
         }
     }
 
@@ -75,7 +107,7 @@ public final class AdminPort {
                 if (leftMillis <= 0) {
                     return null;
                 }
-                caller.setSoTimeout((int) leftMillis);
+                caller.setSoTimeout((int) (line.length() == 0 ? Math.min(FIRST_BYTE_MILLIS, leftMillis) : leftMillis));
                 int c = in.read();
                 if (c < 0) {
                     return null;
