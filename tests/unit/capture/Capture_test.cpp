@@ -1,6 +1,5 @@
 #include "capture/Capture.h"
 
-#include <functional>
 #include <string>
 
 #include "support/CaptureFixture.h"
@@ -12,92 +11,6 @@ protected:
     jstring s(const char16_t* text) { return jni.string(text); }
     CallTexts texts() { return {s(u"one"), s(u"two"), s(u"three"), s(u"four")}; }
 };
-
-// Each kind puts the texts where its record has them, and an end carries none of them.
-struct KindCase {
-    const char* name;
-    EventType kind;
-    std::vector<const char*> expected;
-    std::function<std::vector<const char*>(const Event&)> textsOf;
-};
-
-template <typename Kind, typename... Members>
-auto members(Members... at) {
-    return [=](const Event& event) {
-        const auto& kind = dynamic_cast<const Kind&>(event);
-        return std::vector<const char*>{kind.*at...};
-    };
-}
-auto requestTexts() {
-    return members<RequestEvent>(&RequestEvent::request_name, &RequestEvent::application_name,
-                                 &RequestEvent::url, &RequestEvent::userName);
-}
-auto commonTexts() {
-    return members<CommonEvent>(&CommonEvent::className, &CommonEvent::methodName);
-}
-
-class Kinds : public CaptureTest, public ::testing::WithParamInterface<KindCase> {};
-
-TEST_P(Kinds, TakeTheirTextsAtBeginAndNoneAtEnd) {
-    const KindCase& c = GetParam();
-    for (const bool registered : {false, true}) {
-        CallTexts given = texts();
-        if (registered)
-            for (std::size_t i = 0; i < 2; ++i)
-                given[i] = CallText::number(RegisteredTexts::add(i == 0 ? "one" : "two"));
-        EXPECT_TRUE(capture::begin(env, c.kind, given, 3));
-        capture::end(env, c.kind, 3, false);
-        const auto events = take();
-        ASSERT_EQ(events.size(), 2U);
-        EXPECT_EQ(events[0]->getType(), c.kind);
-        EXPECT_EQ(events[0]->getSubType(), START);
-        EXPECT_EQ(events[1]->getSubType(), END);
-        const auto begun = c.textsOf(*events[0]);
-        ASSERT_EQ(begun.size(), c.expected.size());
-        for (std::size_t i = 0; i < begun.size(); ++i) EXPECT_STREQ(begun[i], c.expected[i]);
-        for (const char* text : c.textsOf(*events[1])) EXPECT_EQ(text, emptyText());
-        EXPECT_EQ(thread->servletDepth_, 0);
-    }
-}
-INSTANTIATE_TEST_SUITE_P(
-    All, Kinds,
-    ::testing::Values(
-        KindCase{"servlet", SERVLET, {"one", "two", "three", "four"}, requestTexts()},
-        KindCase{"ejb", EJB, {"one", "two", "three", "four"}, requestTexts()},
-        KindCase{"portlet", PORTAL_PORTLET, {"one", "two", "three", "four"}, requestTexts()},
-        KindCase{"doVerbFor", DOVERBFOR, {"one", "two", "three", "four"}, requestTexts()},
-        KindCase{"pollForEvents", POLLFOREVENTS, {"one", "two", "three", "four"}, requestTexts()},
-        KindCase{"wsClient", WS_CLIENT, {"one", "two", "three", "four"}, requestTexts()},
-        KindCase{"iiopClient", IIOP_CLIENT, {"one", "two"}, commonTexts()},
-        KindCase{"iiopServer", IIOP_SERVER, {"one", "two"}, commonTexts()},
-        KindCase{"sql",
-                 SQL,
-                 {"one", "two"},
-                 members<SQLEvent>(&SQLEvent::data_source_name, &SQLEvent::sql)},
-        KindCase{"jms",
-                 JMS,
-                 {"one", "two", "three"},
-                 members<JMSEvent>(&JMSEvent::serverName, &JMSEvent::queueOrTopicName,
-                                   &JMSEvent::selector)},
-        KindCase{"mq",
-                 MQ,
-                 {"one", "two"},
-                 members<MQEvent>(&MQEvent::queueName, &MQEvent::queueMgrName)},
-        KindCase{"jca", JCA, {"one"}, members<JCAEvent>(&JCAEvent::eisName)},
-        KindCase{"jndi",
-                 JNDI,
-                 {"one", "two"},
-                 members<JNDIEvent>(&JNDIEvent::providerURL, &JNDIEvent::lookupName)},
-        KindCase{"jdo",
-                 JDO,
-                 {"one", "two", "three"},
-                 members<JDOEvent>(&JDOEvent::className, &JDOEvent::methodName,
-                                   &JDOEvent::argumentString)},
-        KindCase{"mail",
-                 MAIL,
-                 {"one", "two"},
-                 members<MailEvent>(&MailEvent::serverURL, &MailEvent::subject)}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(CaptureTest, CallsStandAtTheDepthOfTheirRequestAndCostTheirTexts) {
     capture::begin(env, SERVLET, texts(), 0);
@@ -155,9 +68,9 @@ TEST_F(CaptureTest, NothingIsQueuedWhereNothingCanBe) {
         capture::end(env, kind, 0, false);
     }
     EXPECT_FALSE(capture::begin(jni.newEnv(), SQL, texts(), 0)) << "no record";
-    disableProbe();
-    EXPECT_FALSE(capture::begin(env, SQL, texts(), 0));
     EXPECT_TRUE(take().empty());
+    disableProbe();  // the thread's record goes with it
+    EXPECT_FALSE(capture::begin(env, SQL, texts(), 0));
 }
 
 TEST(RegisteredTexts, AreKeptOnceAndBounded) {

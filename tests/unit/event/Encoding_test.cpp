@@ -7,11 +7,11 @@
 #include <set>
 
 #include "agent/ProbeMgr.h"
-#include "dc2ps/RecordDecoder.h"
-#include "dc2ps/RecordPrinter.h"
 #include "event/ProtocolVisitor.h"
 #include "support/GoldenRecords.h"
+#include "support/ReadBack.h"
 #include "support/VelFixture.h"
+#include "support/WireBytes.h"
 #include "unit/event/EventMaking.h"
 
 using make::event;
@@ -325,31 +325,16 @@ const std::vector<Kind>& kinds() {
     return all;
 }
 
+std::string hexOf(const std::string& bytes) {
+    return wire::hexOf(bytes.data(), bytes.size());
+}
+
 class EncodingTest : public VelFixture {
 protected:
     // No text is traced while a record is written.
     EncodingTest() { traceFrom(QLG_LEVEL_INFO); }
     ~EncodingTest() override { ProbeMgr::setProbeLevel(2); }
 };
-
-// What a reader prints of a whole record; its reason when it reads none.
-std::string readBack(const std::string& bytes) {
-    const std::vector<std::uint8_t> exact(bytes.begin(), bytes.end());  // asan sees its end
-    dc2ps::RecordDecoder decoder;
-    dc2ps::Record record;
-    switch (decoder.decode(exact, record)) {
-        case dc2ps::Decoded::garbage:
-            return decoder.fault().reason;
-        case dc2ps::Decoded::needMore:
-            return "incomplete";
-        case dc2ps::Decoded::ok:
-            break;
-    }
-    if (decoder.size() != exact.size()) return "bytes behind the record";
-    std::string line;
-    dc2ps::appendRecord(line, record);
-    return line;
-}
 
 TEST_F(EncodingTest, EveryKindMakesTheRoundTrip) {
     ProbeMgr::setProbeLevel(3);
@@ -360,12 +345,11 @@ TEST_F(EncodingTest, EveryKindMakesTheRoundTrip) {
         for (const auto& [suffix, phase] : kind.phases) {
             SCOPED_TRACE(kind.name + suffix);
             const auto made = kind.build(phase);
-            const std::string record = make::encode(*made);
-            ASSERT_NE(record, "");
-            EXPECT_EQ(record, wire::hex(golden[kind.name + suffix].hex));
-            EXPECT_EQ(record.size() / 2, made->encodedSize());
-            const std::string bytes = wire::bytesOf(record);
-            EXPECT_EQ(readBack(bytes), golden[kind.name + suffix].line);
+            const std::string bytes = readback::bytesOf(*made);
+            ASSERT_NE(bytes, "");
+            EXPECT_EQ(hexOf(bytes), wire::hex(golden[kind.name + suffix].hex));
+            EXPECT_EQ(bytes.size(), made->encodedSize());
+            EXPECT_EQ(readback::lineOf(bytes), golden[kind.name + suffix].line);
             written.insert(static_cast<unsigned char>(bytes[0]));
         }
     std::set<int> inRows;
@@ -399,9 +383,9 @@ TEST_F(EncodingTest, ManyElementsAreMeasuredToTheByte) {
     const std::vector<std::pair<Event*, std::string>> made = {
         {&mqi, "MQI_REQUEST "}, {&load, "CLASS_LOAD "}, {&unload, "CLASS_UNLOAD "}};
     for (const auto& [event, name] : made) {
-        const std::string record = make::encode(*event);
-        EXPECT_EQ(record.size() / 2, event->encodedSize()) << name;
-        EXPECT_EQ(readBack(wire::bytesOf(record)).substr(0, name.size()), name);
+        const std::string bytes = readback::bytesOf(*event);
+        EXPECT_EQ(bytes.size(), event->encodedSize()) << name;
+        EXPECT_EQ(readback::lineOf(bytes).substr(0, name.size()), name);
     }
     EXPECT_FALSE(load.fits(Event::kMaxTextRecord));  // no bound but its methods
     EXPECT_TRUE(load.fits(load.encodedSize()));
@@ -409,8 +393,8 @@ TEST_F(EncodingTest, ManyElementsAreMeasuredToTheByte) {
 
 TEST_F(EncodingTest, AMissingRecordTypeIsToldOncePerKind) {
     for (int i = 0; i < 3; ++i) {
-        make::encode(*jms(9)(START));
-        make::encode(*plain<GPSEvent>(fillGps)(ERRORS));
+        readback::bytesOf(*jms(9)(START));
+        readback::bytesOf(*plain<GPSEvent>(fillGps)(ERRORS));
     }
     ASSERT_EQ(qlog.messages(1141).size(), 2U);
     EXPECT_EQ(qlog.messages(1141)[0].text,
@@ -432,7 +416,7 @@ TEST_F(EncodingTest, WhatHasNoRecordIsRefused) {
         {plain<ServerNameEvent>(), NOSTYPE}};
     for (const auto& [build, phase] : refused) {
         const auto made = build(phase);
-        EXPECT_EQ(make::encode(*made), "") << made->getType();
+        EXPECT_EQ(readback::bytesOf(*made), "") << made->getType();
         EXPECT_EQ(made->encodedSize(), 0U) << made->getType();
     }
 }
@@ -454,13 +438,13 @@ TEST_F(EncodingTest, NullPositionWritesNothing) {
 
 TEST_F(EncodingTest, NullTextAddsNoBytesAtAll) {
     auto call = event<SQLEvent>(START);
-    EXPECT_EQ(make::encode(*call).size() / 2, 25U);
+    EXPECT_EQ(readback::bytesOf(*call).size(), 25U);
 }
 
 TEST_F(EncodingTest, DepthTravelsInItsLowEightBits) {
     auto call = event<SQLEvent>(END);
     call->servletDepth = 0x1FF;
-    EXPECT_EQ(make::encode(*call),
+    EXPECT_EQ(hexOf(readback::bytesOf(*call)),
               wire::hex("0A 01020304 FF 00000005 00000006 0000000000000009 02 7F7F"));
 }
 
@@ -491,7 +475,7 @@ TEST_F(EncodingTest, LongTextsAreCutBeforeACharacterThatWouldBeSplit) {
                            Cut{65533, "\xE2\x82\xAC", 65533}, Cut{65532, "\xE2\x82\xAC", 65535}}) {
         PSStatusEvent status(NOSTYPE);
         status.status_ = text(std::string(cut.plainBytes, 'a') + cut.character + "tail");
-        const std::string record = wire::bytesOf(make::encode(status));
+        const std::string record = readback::bytesOf(status);
         ASSERT_EQ(record.size(), 1 + 2 + cut.written + 2);
         EXPECT_EQ(
             (static_cast<unsigned char>(record[1]) << 8) + static_cast<unsigned char>(record[2]),
@@ -508,7 +492,7 @@ TEST_F(EncodingTest, FitsLooksAtTheTextsOnlyWhenRoomIsScarce) {
     EXPECT_TRUE(huge->fits(huge->encodedSize()));
     EXPECT_FALSE(huge->fits(huge->encodedSize() - 1));
     EXPECT_TRUE(huge->fits(Event::kMaxTextRecord));
-    EXPECT_EQ(make::encode(*huge).size() / 2, huge->encodedSize());
+    EXPECT_EQ(readback::bytesOf(*huge).size(), huge->encodedSize());
 }
 
 // A kind that sends its method name only once.
@@ -533,7 +517,7 @@ std::unique_ptr<MappedCall> mapped(bool custom) {
 }
 
 std::string mappedCall(bool custom = true) {
-    return make::encode(*mapped(custom));
+    return hexOf(readback::bytesOf(*mapped(custom)));
 }
 
 TEST_F(EncodingTest, MappedMethodNameTravelsOnceUntilTheMapIsReset) {
@@ -572,8 +556,7 @@ TEST_F(EncodingTest, GoldenPacket) {
         {named<ServletEvent>(), END},
         {plain<ClassEvent>(fillClass), LOAD}};
     for (const auto& [build, phase] : records) ASSERT_TRUE(build(phase)->addToBuffer(&at));
-    EXPECT_EQ(wire::hexOf(room, static_cast<std::size_t>(at - room)),
-              wire::goldenHex(VELORA_GOLDEN_DIR, "packet_request.hex"));
+    EXPECT_EQ(hexOf({room, at}), wire::goldenHex(VELORA_GOLDEN_DIR, "packet_request.hex"));
 }
 
 }  // namespace

@@ -5,11 +5,9 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "event/Events.h"
 #include "instrument/class.h"
-#include "support/WireBytes.h"
 
 namespace make {
 
@@ -54,15 +52,6 @@ std::unique_ptr<EventClass> request(EventSubType phase) {
     made->url = text("u");
     made->userName = text("n");
     return made;
-}
-
-// The record as hex text; "" when the event refused. The room is what the event asks for, and asan
-// sees its end.
-inline std::string encode(Event& event) {
-    std::vector<char> room(event.encodedSize());
-    char* at = room.data();
-    if (!event.addToBuffer(&at)) return at == room.data() ? "" : "refused, but moved the position";
-    return wire::hexOf(room.data(), static_cast<std::size_t>(at - room.data()));
 }
 
 }  // namespace make
