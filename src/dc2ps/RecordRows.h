@@ -65,7 +65,7 @@ enum class SpanGroup : std::uint8_t {
     X(lockRelease, lock)           \
     X(method, method)
 
-// none: the record neither starts nor ends work.
+// none: the record neither starts nor ends work; also how many kinds there are.
 enum class SpanKind : std::uint8_t {
 #define DC2PS_SPAN_ENUMERATOR(name, group) name,
     DC2PS_SPAN_KINDS(DC2PS_SPAN_ENUMERATOR)
@@ -202,8 +202,12 @@ struct RecordRow {
 // By number.
 inline constexpr std::array<RecordRow, 256> kRecordRows = [] {
     std::array<RecordRow, 256> rows{};
+    const auto add = [&rows](std::size_t number, const RecordRow& row) {
+        if (rows[number].shown != nullptr) throw "a number that has a row already";
+        rows[number] = row;
+    };
 #define DC2PS_ROW(name, number, shown, layout, phase, span) \
-    rows[number] = {#shown, Phase::phase, SpanKind::span};
+    add(number, {#shown, Phase::phase, SpanKind::span});
     DC2PS_RECORD_ROWS(DC2PS_ROW)
 #undef DC2PS_ROW
     return rows;

@@ -26,7 +26,7 @@ bool parseName(std::string_view text, Enum& value, std::size_t count, const char
 }
 
 bool parse(std::string_view text, SpanKind& kind) {
-    return parseName(text, kind, static_cast<std::size_t>(SpanKind::method) + 1, spanKindName);
+    return parseName(text, kind, static_cast<std::size_t>(SpanKind::none), spanKindName);
 }
 
 bool parse(std::string_view text, Outcome& outcome) {
