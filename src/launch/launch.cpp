@@ -30,17 +30,23 @@
 #include "launch/JavaSide.h"
 
 extern "C" {
-// The collector's entry, and the native that sends what is queued. The latter is weak: a collector
-// without it is hosted as well, only its last events may be lost.
+// The collector's entry, and the natives of a process's end. The latter are weak: a collector
+// without them is hosted as well, only its last events may be lost, and the VM waits for its loops.
 jint JNICALL JVM_OnLoad(JavaVM* vm, char* options, void* reserved);
 __attribute__((weak)) void JNICALL
 Java_com_velora_probe_ProbeController_flushNativeProbe(JNIEnv* env, jclass, jint ms);
+__attribute__((weak)) jboolean JNICALL Java_com_velora_probe_ProbeController_endWorkers(JNIEnv* env,
+                                                                                        jclass,
+                                                                                        jint ms);
 }
 
 namespace launch {
 namespace {
 
-constexpr jint kFlushMs = 1000;  // how long a dying VM may be held
+// A dying VM is held for a second at most. The flush may overstep its time by 300 ms, in which what
+// could not leave is counted.
+constexpr jint kFlushMs = 600;
+constexpr jint kEndMs = 100;
 
 __attribute__((format(printf, 1, 2))) void say(const char* format, ...) {
     va_list arguments;
@@ -116,16 +122,19 @@ bool isUsableFolder(const std::string& path) {
            access(path.c_str(), R_OK | X_OK) == 0;
 }
 
-void flushCollector(JNIEnv* env) {
+void endCollector(JNIEnv* env) {
     if (Java_com_velora_probe_ProbeController_flushNativeProbe != nullptr) {
         Java_com_velora_probe_ProbeController_flushNativeProbe(env, nullptr, kFlushMs);
+    }
+    if (Java_com_velora_probe_ProbeController_endWorkers != nullptr) {
+        Java_com_velora_probe_ProbeController_endWorkers(env, nullptr, kEndMs);
     }
 }
 
 // Calls the collector's entry as an old VM would, with the identity where it looks for it. Empty on
 // success.
 std::string loadCollector(JavaVM* vm, const Identity& who, std::string options) {
-    JavaVM* profiled = adapter::bringUp(vm, {.beforeShutDown = flushCollector});
+    JavaVM* profiled = adapter::bringUp(vm, {.beforeShutDown = endCollector});
     if (profiled == nullptr) return "this VM offers no tool interface";
     const EnvironmentOverlay identity({{"am.home", who.home},
                                        {"am.nodename", who.node},

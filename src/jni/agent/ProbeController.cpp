@@ -100,4 +100,14 @@ JNIEXPORT void JNICALL Java_com_velora_probe_ProbeController_flushNativeProbe(JN
     });
 }
 
+// After that flush: the workers' loops end, so that the dying VM does not wait for them.
+JNIEXPORT jboolean JNICALL Java_com_velora_probe_ProbeController_endWorkers(JNIEnv*, jobject,
+                                                                            jint ms) {
+    VEL_TRACE("Java_com_velora_probe_ProbeController_endWorkers(JNIEnv*, jobject, jint)");
+    return atJniEdge("endWorkers", jboolean{JNI_FALSE}, [&]() -> jboolean {
+        EvtAgentMgr* const agents = evtMgr_.load(std::memory_order_acquire);
+        return agents == nullptr || agents->endLoops(ms) ? JNI_TRUE : JNI_FALSE;
+    });
+}
+
 }  // extern "C"

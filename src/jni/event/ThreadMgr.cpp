@@ -217,6 +217,12 @@ ThreadData* ThreadMgr::createSpecialEventQueue(JNIEnv* env) {
 // stopped meanwhile and onlyWhenStarted.
 ThreadData* ThreadMgr::registerNew(JNIEnv* env, bool onlyWhenStarted) {
     auto* const record = new ThreadData(env);
+    if (!canBeGuarded(env, *record)) {
+        VEL_DEBUG_MIN("createThreadData", "No raw monitor for the record, returning null");
+        record->alive_ = false;  // it never lived: nothing to be told of its end
+        delete record;
+        return nullptr;
+    }
     bool registered = false;
     try {
         registered = enlist(env, record, onlyWhenStarted);
@@ -232,6 +238,13 @@ ThreadData* ThreadMgr::registerNew(JNIEnv* env, bool onlyWhenStarted) {
     _logError(kSource, __LINE__, message);
     withdraw(env, record);
     return nullptr;
+}
+
+// A guard whose monitor cannot be made holds nothing, so what threads share must have its monitor.
+bool ThreadMgr::canBeGuarded(JNIEnv* env, const ThreadData& record) {
+    if (jvmpi.load(std::memory_order_acquire) == nullptr) return true;  // nobody to share with yet
+    return record.getEvtQueue()->lock()->isMade() && threadDataLock_->makeLock() &&
+           thrTable_->makeLockFor(env);
 }
 
 bool ThreadMgr::enlist(JNIEnv* env, ThreadData* record, bool onlyWhenStarted) {

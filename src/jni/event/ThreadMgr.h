@@ -123,6 +123,7 @@ private:
     void discard(ThreadData* record, Loss reason);
     ThreadData* findOwn(JNIEnv* env);
     ThreadData* registerNew(JNIEnv* env, bool onlyWhenStarted);
+    bool canBeGuarded(JNIEnv* env, const ThreadData& record);
     bool enlist(JNIEnv* env, ThreadData* record, bool onlyWhenStarted);
     void withdraw(JNIEnv* env, ThreadData* record);
     unsigned assignIdLocked(ThreadData* record);  // caller holds threadDataLock_

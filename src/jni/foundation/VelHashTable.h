@@ -167,6 +167,11 @@ public:
         return result;
     }
 
+    // Whether the lock of the key's bucket could be made; true when locking is off.
+    bool makeLockFor(const K& key) {
+        return key == K() || !enableLocking_ || hashLock_[hash(key)].makeLock();
+    }
+
 private:
     using Node = HashBucket<K, V>;
     using Link = std::atomic<Node*>;

@@ -58,8 +58,12 @@ bool VelLock::makeLock() {
         lock_.load(std::memory_order_acquire) != nullptr || makeMonitor(vm, name, lock_);
     if (global != nullptr) vm->RawMonitorExit(global);
     if (made) return true;
-    std::fputs("## ERROR: JVMPI could not create a Raw Monitor", stderr);
-    std::fflush(stderr);
+    // Once: whoever cannot get a monitor asks for it again with every call.
+    static std::atomic<bool> told{false};
+    if (!told.exchange(true, std::memory_order_relaxed)) {
+        std::fputs("## ERROR: JVMPI could not create a Raw Monitor\n", stderr);
+        std::fflush(stderr);
+    }
     return false;
 }
 

@@ -20,6 +20,7 @@ public:
     VelLock& operator=(const VelLock&) = delete;
 
     bool makeLock();
+    bool isMade() const { return lock_.load(std::memory_order_acquire) != nullptr; }
     bool enterLock();
     bool exitLock();
     // A self-contained pause of ms milliseconds that a notify cuts short; the caller does not hold

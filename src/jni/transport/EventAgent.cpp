@@ -149,6 +149,7 @@ void EventAgent::tearDown() {
     heldBeyond_ = 0;
     if (EvtAgentMgr* const manager = evtMgr_.load(std::memory_order_acquire); manager != nullptr) {
         manager->notifyEventAgentStatus(this, false);
+        if (EvtAgentMgr::isDiscarding()) discardQueued(Loss::exit);
         manager->leaveOrphans(this);
     } else {
         thrList_->clear();
@@ -202,8 +203,7 @@ void EventAgent::wake() {
 void EventAgent::stopThread() {
     VEL_TRACE("stopThread()");
     VEL_DEBUG_MIN("stopThread", "Event Agent Thread being Stopped...");
-    start_ = false;
-    wake();
+    askToEnd();
     VelLock pauses;
     while (alive_)
         if (!pauses.wait(kStopStepMs)) thread_sleep(kStopStepMs);
@@ -603,7 +603,7 @@ void EventAgent::remove(ThreadData* thread) {
 
 int EventAgent::manageThreadData(ThreadData* thread) {
     VEL_TRACE("manageThreadData(ThreadData*)");
-    if (thread == nullptr) return RC_FAIL;
+    if (thread == nullptr || !thrList_->lock()->makeLock()) return RC_FAIL;
     // Under the list's lock, so that an ending loop either finds the thread here or has it refused.
     bool taken = false;
     {

@@ -58,6 +58,11 @@ public:
     void runBegun(JNIEnv* env);  // the loop, after beginRun() answered true
 
     void wake();  // cuts the loop's period short
+    // The loop ends soon; nobody waits for it.
+    void askToEnd() {
+        start_ = false;
+        wake();
+    }
 
     // For the manager.
     void adopt(VelList<ThreadData*>* threads);  // moves them into this agent's list

@@ -19,6 +19,7 @@ namespace {
 
 constexpr int kStopStepMs = 1000;
 constexpr int kFlushStepMs = 5;
+constexpr int kEndStepMs = 1;
 constexpr int kDiscardLimitMs = 300;  // for the agents to notice that the flush is over
 
 // Read by the agents' loops between steps; a step taken under the old value does no harm.
@@ -375,4 +376,30 @@ bool EvtAgentMgr::flush(int ms) {
     collectGatedCalls();
     MemoryMonitor::writeGatedCalls(true);
     return sent;
+}
+
+bool EvtAgentMgr::askToEnd() {
+    const std::shared_lock hold(poolLock_);
+    bool none = true;
+    for (int id = 0; id < evtAgentCnt_; ++id) {
+        if (eventAgents_[id] == nullptr || !eventAgents_[id]->isAlive()) continue;
+        eventAgents_[id]->askToEnd();
+        none = false;
+    }
+    return none;
+}
+
+bool EvtAgentMgr::endLoops(int ms) {
+    VEL_TRACE("endLoops(int)");
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(ms);
+    flushState = Flush::over;
+    for (;;) {
+        // Asked again and again: a loop that was about to wait has missed the first call.
+        const bool eventLoopsEnded = askToEnd();
+        NetworkAgentMgr* const network = naMgr_.load(std::memory_order_acquire);
+        if ((network == nullptr || network->askToEnd()) && eventLoopsEnded) return true;
+        if (Clock::now() >= deadline) return false;
+        thread_sleep(kEndStepMs);
+    }
 }

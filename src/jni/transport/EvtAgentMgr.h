@@ -61,6 +61,11 @@ public:
     // then on nothing is sent until the probe is started again. True when everything was sent.
     bool flush(int ms);
 
+    // After the last flush: has every loop end, for ms milliseconds at most, so that a dying VM
+    // finds no thread of ours in native code; it waits for such threads. What was queued since the
+    // flush is counted and discarded. True when all have ended.
+    bool endLoops(int ms);
+
     // For the agents: threads without a living agent, and the state of a flush.
     void takeOrphans(EventAgent* agent);
     void leaveOrphans(EventAgent* agent);
@@ -80,6 +85,7 @@ private:
     bool everythingSent(NetworkAgentMgr* network);
     void collectGatedCalls();
     void wakeAll(NetworkAgentMgr* network);
+    bool askToEnd();
 
     std::shared_mutex poolLock_;  // guards the pool's existence; held shared while an agent is used
     std::unique_ptr<EventAgent*[]> eventAgents_;  // slots; the agents are owned

@@ -318,8 +318,7 @@ int NetworkAgent::getPSDetailsFromKernel(JNIEnv* env, int nCntLog) {
 void NetworkAgent::stopThread() {
     VEL_TRACE("stopThread()");
     note("Network Agent Thread being stopped");
-    start_ = false;
-    wake();
+    askToEnd();
     VelLock pauses;
     while (alive_)
         if (!pauses.wait(kStopStepMs)) thread_sleep(kStopStepMs);

@@ -61,6 +61,11 @@ public:
     bool hasRoom() const { return dataQueue_.size() < bufferLimit_; }
     bool isIdle() const;  // nothing queued, nothing being written
     void wake();          // cuts the loop's period short
+    // The loop ends soon; nobody waits for it.
+    void askToEnd() {
+        start_ = false;
+        wake();
+    }
 
     // Marks the loop as running, so that a stop from now on ends it; false when one runs already.
     bool beginRun();

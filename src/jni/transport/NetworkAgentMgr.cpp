@@ -226,6 +226,17 @@ bool NetworkAgentMgr::isIdle() {
     return true;
 }
 
+bool NetworkAgentMgr::askToEnd() {
+    const std::shared_lock hold(poolLock_);
+    bool none = true;
+    for (int id = 0; id < networkAgentCount_; ++id) {
+        if (networkAgents_[id] == nullptr || !networkAgents_[id]->isAlive()) continue;
+        networkAgents_[id]->askToEnd();
+        none = false;
+    }
+    return none;
+}
+
 void NetworkAgentMgr::wakeAll() {
     const std::shared_lock hold(poolLock_);
     for (int id = 0; start_ && id < networkAgentCount_; ++id)

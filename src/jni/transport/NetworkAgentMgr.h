@@ -58,8 +58,9 @@ public:
     Line lineOf(void* clientId);
 
     bool isAnyReady();
-    bool isIdle();   // nothing queued or being written anywhere
-    void wakeAll();  // cuts the loops' periods short
+    bool isIdle();    // nothing queued or being written anywhere
+    void wakeAll();   // cuts the loops' periods short
+    bool askToEnd();  // whether no loop runs any more
 
     void registerConnectionInitListener(NetworkAgentMgrConnInitListener* listener);
     void unregisterConnectionInitListener(NetworkAgentMgrConnInitListener* listener);

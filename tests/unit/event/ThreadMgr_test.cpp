@@ -124,6 +124,16 @@ TEST_F(ThreadMgrTest, WithoutEventAgentsOrInterfaceNoRecordIsMade) {
     EXPECT_NE(mgr.getThreadData(env), nullptr);
 }
 
+TEST_F(ThreadMgrTest, WithoutAMonitorForItsQueueAThreadGetsNoRecord) {
+    startAll();
+    testing::internal::CaptureStderr();
+    vm.failCreate(1);
+    EXPECT_EQ(mgr.getThreadData(env), nullptr);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(mgr.getThreadCount(), 1);
+    EXPECT_NE(mgr.getThreadData(env), nullptr);
+}
+
 TEST_F(ThreadMgrTest, NullKeysAreRefused) {
     startAll();
     EXPECT_EQ(mgr.getThreadData(static_cast<JNIEnv*>(nullptr)), nullptr);

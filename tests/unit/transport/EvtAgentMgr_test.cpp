@@ -229,6 +229,23 @@ TEST_F(EventAgentTest, AFlushWithoutAServerReturnsAtOnceAndCounts) {
     EXPECT_LE(lookups, asked + 2);
 }
 
+TEST_F(EventAgentTest, BeforeTheVmDiesTheLoopsEndAndCountWhatCameAfterTheFlush) {
+    vm.realWaiting = true;
+    set("internal.probe.publishing.frequency", "3600000");
+    set("networkagent.publish.frequency", "3600000");
+    gate.open();
+    runAll();
+    ThreadData* thread = nullptr;
+    while ((thread = newThread()) == nullptr) std::this_thread::yield();
+    evtMgr_.load()->flush(20000);
+    produce(thread, 3);
+    EXPECT_TRUE(evtMgr_.load()->endLoops(20000));
+    join("e0");
+    join("n0");
+    EXPECT_EQ(LossBook::of(Loss::exit), 3);
+    expectBooksBalance();
+}
+
 TEST_F(EventAgentTest, AFlushToAServerThatDoesNotReadEndsInTimeAndCounts) {
     vm.realWaiting = true;
     set("internal.probe.event.packet.size", "100000");

@@ -47,6 +47,8 @@ public final class AdminPort {
             number = listener.getLocalPort();
             ProbeSystem.setServerIdentity(null, null, number);
             Workers.startDaemon("admin", new AdminPort(listener)::serve);
+            // A thread that waits for callers holds up the VM's end.
+            Runtime.getRuntime().addShutdownHook(Workers.daemon("admin-end", listener::close));
             AgentLog.info("The admin port is 127.0.0.1:" + number);
         } catch (IOException | SecurityException e) { // whoever needs the port sees this; the server runs on
             AgentLog.error("There is no admin port: cannot listen on 127.0.0.1:" + port, e);
@@ -54,7 +56,7 @@ public final class AdminPort {
     }
 
     private void serve() throws InterruptedException {
-        while (true) {
+        while (!listener.isClosed()) {
             places.acquire();
             Socket caller = null;
             try {

@@ -26,11 +26,29 @@ final class Collector {
             AdminPort.open(options.adminPort());
         }
         for (int id = 0; id < NetworkAgent.getNetAgentCount(); id++) {
-            Workers.start("network", id, new NetworkAgent()::startThread);
+            Workers.startDaemon("network-" + id, networkLoop(id));
         }
         for (int id = 0; id < EventAgent.getEvtAgentCount(); id++) {
-            Workers.start("event", id, new EventAgent()::startThread);
+            Workers.startDaemon("event-" + id, eventLoop(id));
         }
         return true;
+    }
+
+    private static Workers.Body networkLoop(final int id) {
+        return new Workers.Body() {
+            @Override
+            public void run() {
+                new NetworkAgent().startThread(id);
+            }
+        };
+    }
+
+    private static Workers.Body eventLoop(final int id) {
+        return new Workers.Body() {
+            @Override
+            public void run() {
+                new EventAgent().startThread(id);
+            }
+        };
     }
 }

@@ -1,12 +1,10 @@
 package com.velora.agent;
 
-/** Threads of ours: the collector's worker loops and the admin port. */
+/**
+ * Threads of ours: the collector's worker loops and the admin port. What runs before the application's main method has
+ * no lambdas: the first one of a VM loads some hundred classes.
+ */
 final class Workers {
-    /** A native loop that returns only when its worker is stopped. */
-    interface NativeLoop {
-        void run(int id);
-    }
-
     /** What a thread does until it returns. */
     interface Body {
         void run() throws Exception;
@@ -15,22 +13,26 @@ final class Workers {
     private Workers() {
     }
 
-    static Thread start(final String role, final int id, final NativeLoop loop) {
-        return startDaemon(role + "-" + id, () -> loop.run(id));
-    }
-
     /** The thread is called "Velora-" and that name. */
     static Thread startDaemon(final String name, final Body body) {
-        Thread worker = new Thread(() -> {
-            try {
-                body.run();
-            } catch (Throwable t) { // the server runs on without us
-                AgentLog.error("The thread Velora-" + name + " ended early", t);
+        Thread worker = daemon(name, body);
+        worker.start();
+        return worker;
+    }
+
+    static Thread daemon(final String name, final Body body) {
+        Thread worker = new Thread("Velora-" + name) {
+            @Override
+            public void run() {
+                try {
+                    body.run();
+                } catch (Throwable t) { // the server runs on without us
+                    AgentLog.error("The thread " + getName() + " ended early", t);
+                }
             }
-        }, "Velora-" + name);
+        };
         worker.setDaemon(true); // a monitoring thread must not hold up the server's exit
         worker.setContextClassLoader(null); // nor keep an application's class loader alive
-        worker.start();
         return worker;
     }
 }

@@ -32,4 +32,7 @@ public final class ProbeController {
 
     /** Sends what is queued without waiting for the periods; returns when all is sent or after so many ms. */
     public static native void flushNativeProbe(int milliseconds);
+
+    /** After the last flush: has the workers' loops end; false when some still run after so many ms. */
+    public static native boolean endWorkers(int milliseconds);
 }

@@ -8,6 +8,7 @@ import java.net.UnknownHostException;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
+import java.util.StringTokenizer;
 
 /**
  * Tells the network agents where the Publish Server is. The native side calls {@link #initialize} before every
@@ -38,14 +39,14 @@ public final class pe_lookup {
     /** Takes "host:port" entries separated by ';', ',' or blanks; what is no such entry is reported and left out. */
     public static synchronized void use(String list) {
         List<Server> parsed = new ArrayList<>();
-        for (String entry : list.split("[;,\\s]+")) {
-            if (!entry.isEmpty()) {
-                Server server = Server.parse(entry);
-                if (server == null) {
-                    AgentLog.warn("Publish Server \"" + entry + "\" is not host:port with a port of 1 to 65535; left out");
-                } else {
-                    parsed.add(server);
-                }
+        StringTokenizer entries = new StringTokenizer(list, ";, \t\n\r\f"); // no pattern: they are dear before main
+        while (entries.hasMoreTokens()) {
+            String entry = entries.nextToken();
+            Server server = Server.parse(entry);
+            if (server == null) {
+                AgentLog.warn("Publish Server \"" + entry + "\" is not host:port with a port of 1 to 65535; left out");
+            } else {
+                parsed.add(server);
             }
         }
         if (parsed.isEmpty()) {

@@ -6,8 +6,6 @@ import com.velora.probe.ProbeController;
 import com.velora.probe.RegisteredTexts;
 import com.velora.probe.ThreadManager;
 
-import java.util.concurrent.atomic.AtomicBoolean;
-
 /**
  * What the instrumented HttpServlet.service calls. It lives in the boot loader, sees no servlet API (the injected code
  * reads the request and hands over plain texts) and lets nothing out.
@@ -16,7 +14,7 @@ public final class ServletProbe {
     /** Read by the injected code before anything else: while false a request costs this one read. */
     public static volatile boolean on;
 
-    private static final AtomicBoolean FAILURE_TOLD = new AtomicBoolean();
+    private static boolean failureTold; // guarded by the class's lock; no atomic, which is dear before main
 
     private ServletProbe() {
     }
@@ -79,9 +77,15 @@ public final class ServletProbe {
         if (t instanceof LinkageError) {
             on = false; // the natives are not there: every further request would fail alike
         }
-        if (FAILURE_TOLD.compareAndSet(false, true)) {
+        if (isFirstFailure()) {
             AgentLog.error("The servlet probe failed; requests that it misses are not shown", t);
         }
+    }
+
+    private static synchronized boolean isFirstFailure() {
+        boolean first = !failureTold;
+        failureTold = true;
+        return first;
     }
 
     /** Whether the collector takes events now, for callers that want to know. */
