@@ -37,7 +37,10 @@ public final class ThreadManager {
     /** -1 unknown, 4 ended or cancelled, else 1 runnable, 2 blocked, 3 waiting with bits 0x8000 and 0x4000. */
     public static native int getNativeThreadStatus(int threadId);
 
-    /** 4 cancels, 32768 suspends, 8192 resumes capture of that thread. */
+    /**
+     * Marks that thread: 4 as cancelled, 32768 as suspended, 8192 as running again. The mark shows in
+     * {@link #getNativeThreadStatus}; capture goes on.
+     */
     public static native void setThreadStatus(int threadId, int threadStatus);
 
     public static native int getEnv();
