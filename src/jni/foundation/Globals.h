@@ -36,7 +36,8 @@ extern std::atomic<int> probe_level;             // MOD level, 1 to 3
 extern std::atomic<bool> useMethodLocks;         // readers of the method table take the stripe lock
 extern std::atomic<bool> disableNestedRequests;  // at level 1: nested requests make no events
 extern std::atomic<int> methodHashWaitInterval;  // ms between marking and sweeping unloaded classes
-extern "C" int CLASSULOAD_CLEANUP;               // unloads between sweeps; -1: unregister at once
+// Unloads between sweeps; -1: unregister at once. Exported: callers outside know it by name.
+extern "C" __attribute__((visibility("default"))) int CLASSULOAD_CLEANUP;
 
 constexpr int RC_SUCCESS = 1;
 constexpr int RC_FAIL = 0;
