@@ -24,7 +24,7 @@ import java.util.zip.ZipEntry;
  * Packs velora.jar: our classes and the ASM classes that they need, all references to org.objectweb.asm moved to
  * com.velora.shaded.asm, so that the application's own ASM never meets ours.
  *
- * Usage: Relocator OUTPUT.jar CLASSES_DIR LIBRARY.jar...
+ * Usage: Relocator VERSION OUTPUT.jar CLASSES_DIR LIBRARY.jar...
  */
 public final class Relocator {
     private static final String FROM = "org/objectweb/asm/";
@@ -40,12 +40,12 @@ public final class Relocator {
 
     public static void main(String[] args) throws IOException {
         Map<String, byte[]> entries = new TreeMap<>();
-        addFolder(entries, Paths.get(args[1]));
-        for (int i = 2; i < args.length; i++) {
+        addFolder(entries, Paths.get(args[2]));
+        for (int i = 3; i < args.length; i++) {
             addLibrary(entries, args[i]);
         }
-        try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(Paths.get(args[0])))) {
-            write(jar, JarFile.MANIFEST_NAME, manifest(entries.size() + 1));
+        try (JarOutputStream jar = new JarOutputStream(Files.newOutputStream(Paths.get(args[1])))) {
+            write(jar, JarFile.MANIFEST_NAME, manifest(args[0], entries.size() + 1));
             for (Map.Entry<String, byte[]> entry : entries.entrySet()) {
                 write(jar, entry.getKey(), entry.getValue());
             }
@@ -83,10 +83,11 @@ public final class Relocator {
         entries.put(move.map(name), writer.toByteArray());
     }
 
-    private static byte[] manifest(int jarEntries) throws IOException {
+    private static byte[] manifest(String version, int jarEntries) throws IOException {
         Manifest manifest = new Manifest();
         Attributes main = manifest.getMainAttributes();
         main.put(Attributes.Name.MANIFEST_VERSION, "1.0");
+        main.put(Attributes.Name.IMPLEMENTATION_VERSION, version);
         main.putValue("Premain-Class", "com.velora.agent.Premain");
         main.putValue("Boot-Class-Path", "velora.jar"); // the collector binds natives of the boot loader's classes
         main.putValue("Velora-Entries", String.valueOf(jarEntries)); // the native side looks whether all are there

@@ -13,6 +13,7 @@
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
 #include "foundation/Platform.h"
+#include "foundation/ProbeLog.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/ThreadCpuClock.h"
 #include "foundation/Utils.h"
@@ -66,6 +67,7 @@ jint load(JavaVM* vm, char* options) {
     if (options != nullptr && std::strncmp(options, kDebugOption, sizeof kDebugOption - 1) == 0)
         thread_sleep(kDebugPauseMs);
     ProbeMgr::onLoadInitialize(vm, options);
+    ProbeLog::_log("Velora data collector " VELORA_VERSION ", build of " VELORA_CONFIGURED);
     logMessage(msg::kBuildTime, ProbeSystem::buildTime(), ProbeSystem::buildDate());
     f_useMethodLocks();
     f_disableNestedRequests();
