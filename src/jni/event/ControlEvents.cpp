@@ -12,11 +12,25 @@ PSStatusEvent::~PSStatusEvent() {
     freeText(status_);
 }
 
-void DroppedEvent::add(Lost lost, std::int32_t events) {
-    static constexpr std::int32_t DroppedEvent::*kCounts[kLostClasses] = {
-        &DroppedEvent::dropRecStartCnt,  &DroppedEvent::dropRecEndCnt,
-        &DroppedEvent::dropMethStartCnt, &DroppedEvent::dropMethEndCnt,
-        &DroppedEvent::dropSQLStartCnt,  &DroppedEvent::dropSQLEndCnt,
-    };
+namespace {
+
+constexpr std::int32_t LostCounts::*kCounts[LostCounts::kLostClasses] = {
+    &LostCounts::dropRecStartCnt, &LostCounts::dropRecEndCnt,   &LostCounts::dropMethStartCnt,
+    &LostCounts::dropMethEndCnt,  &LostCounts::dropSQLStartCnt, &LostCounts::dropSQLEndCnt,
+};
+
+}  // namespace
+
+void LostCounts::add(Lost lost, std::int32_t events) {
     this->*kCounts[lost] += events;
+}
+
+void LostCounts::add(const LostCounts& more) {
+    for (const auto count : kCounts) this->*count += more.*count;
+}
+
+long LostCounts::sum() const {
+    long events = 0;
+    for (const auto count : kCounts) events += this->*count;
+    return events;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "event/Event.h"
+#include "event/LostCounts.h"
 
 // Has no record: encoding one is refused like an unknown kind.
 class ServerNameEvent final : public Event {
@@ -27,27 +28,9 @@ public:
 };
 
 // How many events of a thread were lost, START and other phases apart.
-class DroppedEvent final : public Event {
+class DroppedEvent final : public Event, public LostCounts {
 public:
     explicit DroppedEvent(EventSubType subType) : Event(DROPPED, subType, EventCosts::DROP) {}
-
-    // The six classes of lost events, in the order of the counts below.
-    enum Lost { kRecStart, kRecEnd, kMethStart, kMethEnd, kSqlStart, kSqlEnd, kLostClasses };
-    // Phase START counts as start, every other phase as end.
-    static Lost lostClass(const Event& lost) {
-        const int kind = lost.type_ == METHOD ? kMethStart
-                         : lost.type_ == SQL  ? kSqlStart
-                                              : kRecStart;
-        return static_cast<Lost>(kind + (lost.subType_ == START ? 0 : 1));
-    }
-    void add(Lost lost, std::int32_t events);
-
-    std::int32_t dropRecStartCnt = 0;  // everything that is neither METHOD nor SQL
-    std::int32_t dropRecEndCnt = 0;
-    std::int32_t dropMethStartCnt = 0;  // METHOD
-    std::int32_t dropMethEndCnt = 0;
-    std::int32_t dropSQLStartCnt = 0;  // SQL
-    std::int32_t dropSQLEndCnt = 0;
 };
 
 class PSStatusEvent final : public Event {

@@ -70,7 +70,5 @@ long LossBook::of(Loss reason) {
 long LossBook::eventsIn(const Event* event) {
     if (event->getType() == SAMPLING) return 0;
     if (event->getType() != DROPPED) return 1;
-    const auto* drop = static_cast<const DroppedEvent*>(event);
-    return static_cast<long>(drop->dropRecStartCnt) + drop->dropRecEndCnt + drop->dropMethStartCnt +
-           drop->dropMethEndCnt + drop->dropSQLStartCnt + drop->dropSQLEndCnt;
+    return static_cast<const DroppedEvent*>(event)->sum();
 }

@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 
+#include "event/ControlEvents.h"
 #include "event/Event.h"
 #include "event/GateBooks.h"
 #include "event/LossBook.h"
@@ -111,7 +112,7 @@ bool ThreadData::queueEvent(Event* evt) {
         credit(evt->type_, evt->size_);
         takeHeld(*evt);
         if (evt->getType() != DROPPED)
-            refused_[DroppedEvent::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
+            refused_[LostCounts::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
         delete evt;
         return false;
     }
@@ -120,7 +121,7 @@ bool ThreadData::queueEvent(Event* evt) {
 // The queue is full: count the event for the next drop record, and have one wait in the queue.
 bool ThreadData::refuse(Event* evt) {
     droppedEventCounter_.fetch_add(1, std::memory_order_relaxed);
-    refused_[DroppedEvent::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
+    refused_[LostCounts::lostClass(*evt)].fetch_add(1, std::memory_order_relaxed);
     delete evt;
     if (sentDroppedEvent_.load(std::memory_order_relaxed)) return false;
     try {
@@ -204,10 +205,10 @@ void ThreadData::bookLosses(Loss reason) {
     GateBooks::forget(*this);
 }
 
-void ThreadData::takeRefusedCounts(DroppedEvent* into) {
+void ThreadData::takeRefusedCounts(LostCounts* into) {
     if (into == nullptr) return;
-    for (int i = 0; i < DroppedEvent::kLostClasses; ++i)
-        into->add(static_cast<DroppedEvent::Lost>(i),
+    for (int i = 0; i < LostCounts::kLostClasses; ++i)
+        into->add(static_cast<LostCounts::Lost>(i),
                   refused_[i].exchange(0, std::memory_order_relaxed));
 }
 

@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "event/ControlEvents.h"
+#include "event/LostCounts.h"
 #include "foundation/VelList.h"
 #include "foundation/VeloraBase.h"
 #include "jvmpi/jvmpi.h"
@@ -68,7 +68,7 @@ public:
     // Events refused because the queue was full, since the last call: moved into the six counts of
     // a drop record (added to what it carries). START events count as start, all other phases as
     // end; METHOD and SQL apart, everything else as requests.
-    void takeRefusedCounts(DroppedEvent* into);
+    void takeRefusedCounts(LostCounts* into);
     bool hasRefusedCounts() const;
 
     // What the queued events hold beyond what the counters below say, bytes: added by whoever
@@ -168,7 +168,7 @@ private:
     static long readQueueLimit();
     static std::atomic<long> queueLimit_;
 
-    std::atomic<std::int32_t> refused_[DroppedEvent::kLostClasses] = {};
+    std::atomic<std::int32_t> refused_[LostCounts::kLostClasses] = {};
     std::atomic<std::uint64_t> heldBeyond_{0};
     std::atomic<std::uint32_t> gatedCalls_{0};
     std::vector<std::unique_ptr<char[]>> formerNames_;  // replaced names, kept for late readers

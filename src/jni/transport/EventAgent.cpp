@@ -485,16 +485,7 @@ int EventAgent::dropFromBatch(ThreadData* thread, bool addDropRec) {
 
 // Writes the drop counters, and what the queue has refused meanwhile, as one record.
 void EventAgent::tellRefused(ThreadData* thread, char** buff) {
-    if (thread->hasRefusedCounts()) {
-        DroppedEvent refused(NOSTYPE);
-        thread->takeRefusedCounts(&refused);
-        reqStartDropCnt_ += refused.dropRecStartCnt;
-        reqEndDropCnt_ += refused.dropRecEndCnt;
-        methStartDropCnt_ += refused.dropMethStartCnt;
-        methEndDropCnt_ += refused.dropMethEndCnt;
-        sqlStartDropCnt_ += refused.dropSQLStartCnt;
-        sqlEndDropCnt_ += refused.dropSQLEndCnt;
-    }
+    if (thread->hasRefusedCounts()) thread->takeRefusedCounts(&dropped_);
     addDropEvent(thread->getThreadIntId(), buff);
     resetDropRecordCounters();
 }
@@ -502,12 +493,7 @@ void EventAgent::tellRefused(ThreadData* thread, char** buff) {
 bool EventAgent::addDropEvent(unsigned threadId, char** buff) {
     DroppedEvent drop(NOSTYPE);
     drop.threadId_ = threadId;
-    drop.dropRecStartCnt = reqStartDropCnt_;
-    drop.dropRecEndCnt = reqEndDropCnt_;
-    drop.dropMethStartCnt = methStartDropCnt_;
-    drop.dropMethEndCnt = methEndDropCnt_;
-    drop.dropSQLStartCnt = sqlStartDropCnt_;
-    drop.dropSQLEndCnt = sqlEndDropCnt_;
+    drop.add(dropped_);
     const long events = LossBook::eventsIn(&drop);
     if (events == 0) return false;
     if (!addEventToBuffer(&drop, events, buff)) {
@@ -518,23 +504,11 @@ bool EventAgent::addDropEvent(unsigned threadId, char** buff) {
 }
 
 void EventAgent::updateDropRecordCounters(Event* event) {
-    const bool start = event->getSubType() == START;
-    switch (event->getType()) {
-        case METHOD:
-            ++(start ? methStartDropCnt_ : methEndDropCnt_);
-            break;
-        case SQL:
-            ++(start ? sqlStartDropCnt_ : sqlEndDropCnt_);
-            break;
-        default:
-            ++(start ? reqStartDropCnt_ : reqEndDropCnt_);
-    }
+    dropped_.add(LostCounts::lostClass(*event), 1);
 }
 
 void EventAgent::resetDropRecordCounters() {
-    methStartDropCnt_ = methEndDropCnt_ = 0;
-    sqlStartDropCnt_ = sqlEndDropCnt_ = 0;
-    reqStartDropCnt_ = reqEndDropCnt_ = 0;
+    dropped_ = {};
 }
 
 void EventAgent::adjustDropQueueLimit() {
@@ -572,9 +546,9 @@ void EventAgent::dropRecordsOnPSDown() {
 
 // How many captured events went, those included that the queue had refused.
 long EventAgent::discardEvents(ThreadData* thread) {
-    DroppedEvent refused(NOSTYPE);
+    LostCounts refused;
     thread->takeRefusedCounts(&refused);
-    long events = LossBook::eventsIn(&refused);
+    long events = refused.sum();
     VelList<Event*>* const queue = thread->getEvtQueue();
     if (queue == nullptr) return events;
     while (Event* const event = queue->pop()) {

@@ -17,13 +17,13 @@
 #include <vector>
 
 #include "event/LossBook.h"
+#include "event/LostCounts.h"
 #include "foundation/OncePerMinute.h"
 #include "foundation/VelList.h"
 #include "foundation/VelLock.h"
 #include "foundation/VeloraBase.h"
 #include "transport/RecordEnds.h"
 
-class DroppedEvent;
 class Event;
 class EvtAgentMgr;
 class ThreadData;
@@ -131,13 +131,8 @@ private:
     std::int64_t eventPacketSize_ = 5000;  // KB
     int psDownCnt_ = 0;                    // passes with the server away since the loop started
     int psDownThreshold_ = 15;             // passes until the queues are cut
-    int methStartDropCnt_ = 0;
-    int sqlStartDropCnt_ = 0;
-    int reqStartDropCnt_ = 0;
-    int methEndDropCnt_ = 0;
-    int sqlEndDropCnt_ = 0;
-    int reqEndDropCnt_ = 0;
-    std::mutex resendLock_;  // makes setting and claiming the two requests one step
+    LostCounts dropped_;                   // from one thread's queue, for its drop record
+    std::mutex resendLock_;                // makes setting and claiming the two requests one step
     std::atomic<bool> resendInitRecord_{false};
     std::atomic<bool> resendInitData_{false};
     std::atomic<std::uint64_t> memUsed_{0};  // bytes

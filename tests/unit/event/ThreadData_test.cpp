@@ -5,6 +5,7 @@
 
 #include <thread>
 
+#include "event/ControlEvents.h"
 #include "event/LossBook.h"
 #include "event/ThreadMgr.h"
 #include "foundation/PropertyMgr.h"
