@@ -173,7 +173,7 @@ void onGcFinish(const JVMPI_Event* event) {
     const auto& gc = event->u.gc_info;
     capture::counted([&] {
         EventUtils::appendGCEndEvent(event->env_id, gc.used_objects, gc.used_object_space,
-                                     gc.total_object_space);
+                                     gc.total_object_space, GcEdge::of(event));
     });
     VEL_DEBUG_MAX("EventDispatcher(JVMPI_Event*)",
                   "GC Statistics (Used Object Count: %lld, Used Space: %lld, Total Space: %lld)",
@@ -229,7 +229,9 @@ void dispatch(JVMPI_Event* event) {
             break;
         case JVMPI_EVENT_GC_START:
             if (hasEnvironment(event))
-                capture::counted([event] { EventUtils::appendGCStartEvent(event->env_id); });
+                capture::counted([event] {
+                    EventUtils::appendGCStartEvent(event->env_id, GcEdge::of(event));
+                });
             break;
         case JVMPI_EVENT_GC_FINISH:
             if (hasEnvironment(event)) onGcFinish(event);

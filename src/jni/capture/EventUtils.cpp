@@ -138,6 +138,13 @@ ThreadData* threadForGcEvent(JNIEnv* env) {
     return MemoryMonitor::reachedULimit(env) ? nullptr : callingThread(env);
 }
 
+void stampAt(GCEvent& event, ThreadData* thread, const GcEdge& edge) {
+    capture::stamp(event, thread);
+    if (!edge.known()) return;
+    event.timeSec_ = edge.sec;
+    event.timeUSec_ = edge.usec;
+}
+
 }  // namespace
 
 bool EventUtils::appendRequestEvent(JNIEnv* env, ThreadData* thread, Event* event) {
@@ -250,22 +257,22 @@ void EventUtils::endBeanRequest(JNIEnv* env, jstring, jstring, jstring) {
     if (thread != nullptr) capture::endRequest<EJBEvent>(env, *thread);
 }
 
-void EventUtils::appendGCStartEvent(JNIEnv* env) {
+void EventUtils::appendGCStartEvent(JNIEnv* env, const GcEdge& edge) {
     VEL_TRACE("EventUtils::appendGCStartEvent(JNIEnv*)");
     ThreadData* const thread = threadForGcEvent(env);
     if (thread == nullptr) return;
     auto event = std::make_unique<GCEvent>(START);
-    capture::stamp(*event, thread);
+    stampAt(*event, thread, edge);
     appendRequestEvent(env, thread, event.release());
 }
 
-void EventUtils::appendGCEndEvent(JNIEnv* env, jlong usedObjects, jlong usedSpace,
-                                  jlong totalSpace) {
+void EventUtils::appendGCEndEvent(JNIEnv* env, jlong usedObjects, jlong usedSpace, jlong totalSpace,
+                                  const GcEdge& edge) {
     VEL_TRACE("EventUtils::appendGCEndEvent(JNIEnv*, jlong, jlong, jlong)");
     ThreadData* const thread = threadForGcEvent(env);
     if (thread == nullptr) return;
     auto event = std::make_unique<GCEvent>(END);
-    capture::stamp(*event, thread);
+    stampAt(*event, thread, edge);
     event->used_objects = usedObjects;
     event->used_object_space = usedSpace;
     event->total_object_space = totalSpace;

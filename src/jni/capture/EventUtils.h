@@ -12,6 +12,7 @@
 
 #include "capture/CallText.h"
 #include "event/Event.h"
+#include "jvmpi/gc_edge.h"
 
 class ThreadData;
 
@@ -51,8 +52,10 @@ public:
                                jstring descriptor);
 
     // Garbage collections, on the queue of env's thread; ignored with a null env.
-    static void appendGCStartEvent(JNIEnv* env);
-    static void appendGCEndEvent(JNIEnv* env, jlong usedObjects, jlong usedSpace, jlong totalSpace);
+    // With the edge of the pause where the VM's side tells it, else as of now.
+    static void appendGCStartEvent(JNIEnv* env, const GcEdge& edge = {});
+    static void appendGCEndEvent(JNIEnv* env, jlong usedObjects, jlong usedSpace, jlong totalSpace,
+                                 const GcEdge& edge = {});
 
     // The sampling rates of the four levels (percent); queued on the given thread, never dropped.
     static void appendSamplingRateEvent(JNIEnv* env, ThreadData* thread, const int levels[4],

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <utility>
 
+#include "jvmpi/gc_edge.h"
+
 namespace {
 
 std::mutex lock;
@@ -32,6 +34,12 @@ public:
 private:
     std::ostringstream text_;
 };
+
+// When the pause began or ended; 0: not told.
+jlong edgeMicros(const JVMPI_Event& event) {
+    const GcEdge edge = GcEdge::of(&event);
+    return edge.known() ? jlong{edge.sec} * 1000000 + edge.usec : 0;
+}
 
 void addFields(Line& line, const char* key, jint count, const JVMPI_Field* fields) {
     std::string text;
@@ -79,7 +87,11 @@ void logEvent(const JVMPI_Event& event) {
         case JVMPI_EVENT_CLASS_UNLOAD:
             line.addId("id", event.u.class_unload.class_id);
             break;
+        case JVMPI_EVENT_GC_START:
+            line.add("edge", edgeMicros(event));
+            break;
         case JVMPI_EVENT_GC_FINISH:
+            line.add("edge", edgeMicros(event));
             line.add("objects", event.u.gc_info.used_objects);
             line.add("used", event.u.gc_info.used_object_space);
             line.add("total", event.u.gc_info.total_object_space);

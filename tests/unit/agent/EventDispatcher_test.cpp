@@ -10,6 +10,7 @@
 #include "foundation/ThreadCpuClock.h"
 #include "instrument/InstrumentJNI.h"
 #include "instrument/class.h"
+#include "jvmpi/gc_edge.h"
 #include "support/CaptureFixture.h"
 #include "support/ClassFileBuilder.h"
 
@@ -192,6 +193,7 @@ TEST_F(DispatcherTest, CollectionsBecomeEvents) {
     send(JVMPI_EVENT_GC_START);
     JVMPI_Event finish = event(JVMPI_EVENT_GC_FINISH);
     finish.u.gc_info = {5, 5000000000, 6000000000};
+    GcEdge{GcEdge::kMark, 1000000000, 7}.putInto(&finish);
     EventDispatcher(&finish);
     const auto events = take();
     ASSERT_EQ(events.size(), 2U);
@@ -201,6 +203,9 @@ TEST_F(DispatcherTest, CollectionsBecomeEvents) {
     EXPECT_EQ(end->getSubType(), END);
     EXPECT_EQ(end->threadId_, thread->getThreadIntId());
     EXPECT_EQ(end->used_objects, 5);
+    EXPECT_EQ(end->timeSec_, 1000000000U) << "when the pause ended, not when we heard of it";
+    EXPECT_EQ(end->timeUSec_, 7U);
+    EXPECT_GT(events[0]->timeSec_, 1000000000U) << "the VM did not tell";
     EXPECT_EQ(end->used_object_space, 5000000000);
     EXPECT_EQ(end->total_object_space, 6000000000);
     EXPECT_TRUE(

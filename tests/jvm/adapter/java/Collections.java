@@ -36,6 +36,7 @@ final class Collections {
 
     private static void pairs(int collections) {
         forget();
+        long begin = System.currentTimeMillis() * 1000 - 60_000_000L; // one that began before may be among them
         for (int i = 0; i < collections; i++) {
             TestAgent.runGC();
         }
@@ -50,6 +51,8 @@ final class Collections {
             Check.equal(i % 2 != 0, isFinish(all.get(i)));
             Check.that(all.get(i).number("env") != 0, "no environment");
             Check.equal(all.get(0).get("tid"), all.get(i).get("tid"));
+            long edge = all.get(i).number("edge");
+            Check.that(edge >= (i == 0 ? begin : all.get(i - 1).number("edge")), "a pause at " + edge);
         }
     }
 
