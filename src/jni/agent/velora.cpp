@@ -130,4 +130,6 @@ void f_disableNestedRequests() {
     VEL_TRACE("f_disableNestedRequests()");
     disableNestedRequests.store(
         isYes(PropertyMgr::getInstance()->getProperty("internal.disable.nestedrequests")));
+    if (disableNestedRequests.load() && ProbeMgr::getProbeLevel() != 1)
+        logMessage(msg::kNestedRequestsStay, ProbeMgr::getProbeLevel());
 }

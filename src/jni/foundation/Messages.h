@@ -130,6 +130,8 @@ struct Message {
     VEL_MESSAGE(kNoRecordForPhase, 1141, warn,                                                                       \
                 "Events of kind %d with phase %d and action %d have no record and are not sent")                     \
     /* agent */                                                                                                      \
+    VEL_MESSAGE(kNestedRequestsStay, 1151, warn,                                                                     \
+                "internal.disable.nestedrequests acts at probe level 1 only; the level is %d")                       \
     /* capture */                                                                                                    \
     VEL_MESSAGE(                                                                                                     \
         kGpsMaskTooLong, 1171, error,                                                                                \

@@ -213,6 +213,7 @@ TEST_F(OnLoadTest, NestedRequestsAreDisabledByYesOnly) {
     settings("internal.disable.nestedrequests=Yes\n");
     EXPECT_EQ(load(), 0);
     EXPECT_TRUE(disableNestedRequests);
+    EXPECT_EQ(qlog.messages(1151).size(), 1U) << "it does nothing at the level that is shipped";
     PropertyMgr::getInstance()->putProperty("internal.disable.nestedrequests", "true");
     f_disableNestedRequests();
     EXPECT_FALSE(disableNestedRequests);
