@@ -12,6 +12,7 @@
 #include "foundation/JniEdge.h"
 #include "foundation/JniScope.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Utils.h"
 
 std::atomic<bool> isJVMInitializationDone{false};

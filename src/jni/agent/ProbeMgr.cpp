@@ -17,6 +17,7 @@
 #include "foundation/Globals.h"
 #include "foundation/JniScope.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/ProbeLog.h"
 #include "foundation/ProbeQLog.h"
 #include "foundation/PropertyMgr.h"

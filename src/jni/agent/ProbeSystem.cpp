@@ -16,6 +16,7 @@
 #include "foundation/JniEdge.h"
 #include "foundation/JniScope.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Platform.h"
 #include "foundation/ProbeState.h"
 #include "foundation/ProcStat.h"

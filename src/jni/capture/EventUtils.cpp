@@ -12,6 +12,7 @@
 #include "event/Events.h"
 #include "event/GPSTokenUtils.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "transport/MemoryMonitor.h"
 
 namespace {

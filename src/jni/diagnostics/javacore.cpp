@@ -14,6 +14,7 @@
 
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
 #include "os/RegularFile.h"

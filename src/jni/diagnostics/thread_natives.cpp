@@ -11,6 +11,7 @@
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/ProbeState.h"
 #include "foundation/Utils.h"
 #include "instrument/class.h"

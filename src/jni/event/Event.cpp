@@ -4,6 +4,7 @@
 #include "event/Events.h"
 #include "event/ProtocolVisitor.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 
 eventtext::Empty eventtext::empty{};
 

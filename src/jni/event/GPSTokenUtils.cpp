@@ -11,6 +11,7 @@
 #include "foundation/Globals.h"
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
 #include "foundation/VelLock.h"

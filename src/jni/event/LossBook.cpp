@@ -7,6 +7,7 @@
 
 #include "event/ControlEvents.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/OncePerMinute.h"
 
 namespace {

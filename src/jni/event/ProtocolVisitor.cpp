@@ -11,6 +11,7 @@
 #include "foundation/Globals.h"
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Platform.h"
 
 using dc2ps::RecordType;

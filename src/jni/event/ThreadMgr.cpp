@@ -14,6 +14,7 @@
 #include "event/ThreadData.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 
 namespace {
 

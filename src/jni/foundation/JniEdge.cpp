@@ -6,6 +6,7 @@
 #include <string>
 
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 
 void noteNativeFailure(const char* native, const char* reason) noexcept {
     try {

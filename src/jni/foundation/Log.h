@@ -14,7 +14,7 @@
 #include <tuple>
 #include <type_traits>
 
-#include "foundation/Messages.h"
+#include "foundation/Message.h"
 #include "qlog/qlog.h"
 
 constexpr int kDebugMax = QLG_LEVEL_DEBUG_MAX;  // most detail

@@ -6,13 +6,7 @@
 // transport, 1141 events, 1151 agent, 1171 capture, 1181 instrumentation, 1201 diagnostics.
 #pragma once
 
-enum class MessageLevel { info, warn, error, fatal };
-
-struct Message {
-    int number;
-    MessageLevel level;
-    const char* text;
-};
+#include "foundation/Message.h"
 
 // VEL_MESSAGE(name, number, level, text)
 #define VEL_MESSAGES(VEL_MESSAGE)                                                                                    \

@@ -12,6 +12,7 @@
 #include "foundation/Globals.h"
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Utils.h"
 #include "os/RegularFile.h"
 

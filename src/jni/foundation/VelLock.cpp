@@ -5,6 +5,7 @@
 
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 
 std::atomic<JVMPI_RawMonitor> VelLock::globalLock_{nullptr};
 

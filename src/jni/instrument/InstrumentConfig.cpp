@@ -14,6 +14,7 @@
 
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "instrument/ParameterSlots.h"
 #include "os/RegularFile.h"
 

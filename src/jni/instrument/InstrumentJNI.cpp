@@ -7,6 +7,7 @@
 
 #include "foundation/Identity.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Platform.h"
 #include "foundation/ProbeState.h"
 #include "instrument/InstrumentConfig.h"

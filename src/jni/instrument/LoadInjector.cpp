@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "instrument/InstrumentConfig.h"
 #include "instrument/ParameterSlots.h"
 #include "instrument/dumpclass.h"

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Utils.h"
 
 namespace {

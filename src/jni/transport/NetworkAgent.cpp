@@ -7,6 +7,7 @@
 #include "foundation/Globals.h"
 #include "foundation/JniEdge.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Platform.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"

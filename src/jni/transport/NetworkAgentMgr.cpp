@@ -6,6 +6,7 @@
 #include "event/LossBook.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Platform.h"
 #include "foundation/ProbeState.h"
 #include "foundation/PropertyMgr.h"

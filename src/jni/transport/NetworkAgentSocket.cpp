@@ -15,6 +15,7 @@
 #include "event/LossBook.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "transport/EvtAgentMgr.h"
 #include "transport/NetworkAgent.h"
 #include "transport/PsSocket.h"

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/Platform.h"
 #include "foundation/Utils.h"
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/ProbeLogger.h"
 #include "support/FakeQlog.h"
 #include "support/TestHome.h"

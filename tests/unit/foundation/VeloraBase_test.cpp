@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "foundation/JniEdge.h"
+#include "foundation/Messages.h"
 #include "foundation/VelException.h"
 #include "foundation/VelTracer.h"
 #include "support/VelFixture.h"
