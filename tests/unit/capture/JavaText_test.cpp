@@ -90,7 +90,8 @@ TEST_F(JavaTextTest, DoesNotTrustTheVmToTerminate) {
     for (int round = 0; round < 2; ++round) {
         const javatext::Text copied = javatext::copy(&unterminated, text, 100);
         EXPECT_EQ(std::string(copied.chars), "abc");
-        delete[] copied.chars;
+        char* chars = copied.chars;
+        freeText(chars);
     }
 }
 
