@@ -110,7 +110,8 @@ private:
     int dropRecordsFromQueue(ThreadData* thread, bool addDropRec, char** buff);
     void dropRecordsOnPSDown();
     void adjustDropQueueLimit();
-    bool addEventToBuffer(Event* event, long events, char** buff) noexcept;
+    bool addEventToBuffer(Event* event, char** buff) noexcept;
+    void noteRecord(long events, const char* cursor) noexcept;
     void computeMemoryTaken();
     void updateDropRecordCounters(Event* event);
     void resetDropRecordCounters();
