@@ -229,9 +229,8 @@ void dispatch(JVMPI_Event* event) {
             break;
         case JVMPI_EVENT_GC_START:
             if (hasEnvironment(event))
-                capture::counted([event] {
-                    EventUtils::appendGCStartEvent(event->env_id, GcEdge::of(event));
-                });
+                capture::counted(
+                    [event] { EventUtils::appendGCStartEvent(event->env_id, GcEdge::of(event)); });
             break;
         case JVMPI_EVENT_GC_FINISH:
             if (hasEnvironment(event)) onGcFinish(event);

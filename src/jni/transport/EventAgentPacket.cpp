@@ -43,9 +43,10 @@ void EventAgent::sendPacket(EvtAgentMgr* manager) {
     line = network->lineOf(this);
     if (!line.ready || line.needsInit) return;  // nothing goes ahead of the initial records
     // What has no chance of being taken stays in the threads' queues while our own initial records
-    // fill the network queue, and while a flush asks again in a moment.
+    // or what a reset of our own has left fill the network queue, and while a flush asks again in a
+    // moment.
     const bool asksAgainSoon = EvtAgentMgr::isFlushing() || EvtAgentMgr::isDiscarding();
-    if ((opens || asksAgainSoon) && !line.hasRoom) return;
+    if ((opens || line.carriesOver || asksAgainSoon) && !line.hasRoom) return;
 
     const int length = prepare2send();
     PacketInfo info{line.connection, false, std::move(packetEnds_)};

@@ -231,22 +231,29 @@ void NetworkAgent::sendOne() {
     }
     if (waitsForInit()) return;
     writing_ = true;
+    unacknowledged_.emplace_back();  // first: without memory for it the packet stays in the queue
     const std::unique_ptr<NetworkAgentData> packet(dataQueue_.pop());
-    if (packet != nullptr && packet->getSize() > 0 && packet->getRecord() != nullptr) {
-        const PacketInfo& info = packet->getInfo();
-        addToTotal(-packet->getSize());
-        if (info.connection != connection() && carriedOver_ > 0) --carriedOver_;
-        if (!maySend(info)) {
-            LossBook::add(Loss::connectionGone, info.ends.events());
-        } else if (sendToRemoteHost(packet->getRecord(), packet->getSize()) < 0) {
-            noteWritten(*packet, Loss::writeFailed);
-            giveUpConnection();
-        } else {
-            initWritten_ = initWritten_ || info.init;
-            noteWritten(*packet, Loss::notAcknowledged);
-        }
-    }
+    if (packet == nullptr || packet->getSize() <= 0 || packet->getRecord() == nullptr)
+        unacknowledged_.pop_back();
+    else
+        sendPacket(*packet);
     writing_ = false;
+}
+
+void NetworkAgent::sendPacket(NetworkAgentData& packet) {
+    const PacketInfo& info = packet.getInfo();
+    addToTotal(-packet.getSize());
+    if (info.connection != connection() && carriedOver_ > 0) --carriedOver_;
+    if (!maySend(info)) {
+        LossBook::add(Loss::connectionGone, info.ends.events());
+        unacknowledged_.pop_back();
+    } else if (sendToRemoteHost(packet.getRecord(), packet.getSize()) < 0) {
+        noteWritten(packet, Loss::writeFailed);
+        giveUpConnection();
+    } else {
+        initWritten_ = initWritten_ || info.init;
+        noteWritten(packet, Loss::notAcknowledged);
+    }
 }
 
 // What an earlier connection has left waits until this one's initial records are in front of it.

@@ -52,6 +52,8 @@ public:
     bool isReady() const { return isReady_.load(std::memory_order_acquire); }
     // The connection is being replaced by ourselves; packets are taken as if it were ready.
     bool isRenewing() const { return renewing_.load(std::memory_order_acquire); }
+    // Packets of the connection before wait still, because we reset it.
+    bool carriesOver() const { return carriedOver_.load(std::memory_order_relaxed) > 0; }
     bool isAlive() const { return alive_.load(std::memory_order_acquire); }
     std::int64_t getTotalDataSize() const { return totalDataSize_.load(std::memory_order_relaxed); }
 
@@ -77,6 +79,7 @@ private:
     void connectUntilReady(JNIEnv* env);
     bool tryToConnect(JNIEnv* env, int* lookupFailures);
     void sendOne();
+    void sendPacket(NetworkAgentData& packet);
     bool peerHasGone() const;
     bool hasStalled();
     void giveUpConnection();
@@ -137,14 +140,14 @@ private:
     std::atomic<bool> writing_{false};
     std::atomic<bool> renewing_{false};
     std::atomic<unsigned long> keptSince_{0};  // no connection has broken since this one
-    long carriedOver_ = 0;  // packets that waited at our last reset and wait still
+    std::atomic<long> carriedOver_{0};  // packets that waited at our last reset and wait still
 
     // Packets written on this connection that the peer's side has not yet acknowledged.
     struct Written {
-        std::uint64_t start;  // bytes written on this connection before the packet
-        std::uint64_t end;    // and with it, whether or not all of it was
+        std::uint64_t start = 0;  // bytes written on this connection before the packet
+        std::uint64_t end = 0;    // and with it, whether or not all of it was
         RecordEnds ends;
-        Loss ifLost;
+        Loss ifLost{};
     };
     std::deque<Written> unacknowledged_;
     std::uint64_t writtenBytes_ = 0;

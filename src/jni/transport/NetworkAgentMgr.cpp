@@ -185,6 +185,7 @@ NetworkAgentMgr::Line NetworkAgentMgr::lineOf(void* clientId) {
     line.ready = agent->isReady();
     line.connection = agent->connection();
     line.needsInit = agent->needsInit();
+    line.carriesOver = agent->carriesOver();
     line.hasRoom = agent->hasRoom();
     line.agent = agent;
     return line;

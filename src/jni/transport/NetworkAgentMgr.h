@@ -51,6 +51,7 @@ public:
         bool ready = false;
         bool renewing = false;         // not ready for a moment: we reset the connection ourselves
         bool needsInit = false;        // this connection still wants the initial records
+        bool carriesOver = false;      // packets wait that we have kept over a reset of our own
         bool hasRoom = false;          // one more packet would be taken
         unsigned long connection = 0;  // number of the connection, from 1
         const void* agent = nullptr;   // whose it is, for comparing only

@@ -162,13 +162,16 @@ bool NetworkAgent::disconnect2ps() {
 
 // --- what became of the written packets ----------------------------------------------------------
 
+// The last entry is the packet's.
 void NetworkAgent::noteWritten(NetworkAgentData& packet, Loss ifLost) {
     RecordEnds ends = packet.takeEnds();
     ++writtenPackets_;
     writtenEvents_ += ends.events();
-    const std::uint64_t start = packetStart_;
-    unacknowledged_.push_back(
-        {start, start + static_cast<std::uint64_t>(packet.getSize()), std::move(ends), ifLost});
+    Written& written = unacknowledged_.back();
+    written.start = packetStart_;
+    written.end = packetStart_ + static_cast<std::uint64_t>(packet.getSize());
+    written.ends = std::move(ends);
+    written.ifLost = ifLost;
     forgetAcknowledged();
 }
 
