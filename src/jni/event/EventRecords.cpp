@@ -12,6 +12,7 @@
 #include "event/GPSTokenUtils.h"
 #include "event/ProtocolVisitor.h"
 #include "foundation/Log.h"
+#include "foundation/Messages.h"
 #include "foundation/ProbeState.h"
 #include "instrument/class.h"
 
