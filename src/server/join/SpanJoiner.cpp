@@ -251,7 +251,8 @@ void SpanJoiner::finish(Thread& thread, Stack& stack, std::size_t index, const R
     span.end = &end;
     span.outcome = outcome;
     span.wall = std::chrono::microseconds(difference(to.wallMicros, from.wallMicros));
-    span.cpu = std::chrono::nanoseconds(difference(to.cpuNanos, from.cpuNanos));
+    if (from.cpuNanos >= 0 && to.cpuNanos >= 0)  // else not measured
+        span.cpu = std::chrono::nanoseconds(difference(to.cpuNanos, from.cpuNanos));
     sink_.onSpan(span);
     release(std::move(stack.back()));
     stack.pop_back();
