@@ -2,6 +2,8 @@
 // real one.
 #include "jvmpi/VmProxy.h"
 
+#include "jvmpi/VirtualThreads.h"
+
 namespace adapter {
 namespace {
 
@@ -32,7 +34,8 @@ jint JNICALL getEnv(JavaVM*, void** env, jint version) {
     const bool known = (version >= JVMPI_VERSION_1 && version <= JVMPI_VERSION_1_2) ||
                        version == JVMPI_VERSION_ADAPTER;
     *env = known ? profilerInterface : nullptr;
-    return known ? JNI_OK : JNI_EVERSION;
+    if (version == JVMPI_VERSION_VIRTUAL_THREADS) *env = virtualThreadTable();
+    return *env != nullptr ? JNI_OK : JNI_EVERSION;
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ ROOMS = {
     "os": set(),
     "qlog": {"os"},
     "dc2ps": set(),
-    "jni": {"os", "qlog", "dc2ps", "jvmpi/jvmpi.h", "jvmpi/gc_edge.h"},
+    "jni": {"os", "qlog", "dc2ps", "jvmpi/jvmpi.h", "jvmpi/gc_edge.h", "jvmpi/virtual_threads.h"},
     "jvmpi": {"os"},
     "launch": {"os", "jvmpi", "qlog"},
     "server": {"os", "dc2ps"},
