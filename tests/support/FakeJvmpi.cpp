@@ -85,6 +85,11 @@ struct FakeJvmpi::Functions {
         if ((version & 0x10000000) != 0) {
             ++fake.getEnvCalls;
             if (fake.refuseInterface) return JNI_EVERSION;
+            if (version == JVMPI_VERSION_VIRTUAL_THREADS) {
+                --fake.getEnvCalls;
+                *answer = fake.virtualThreads;
+                return *answer == nullptr ? JNI_EVERSION : JNI_OK;
+            }
             *answer = &fake.interface_;
             return JNI_OK;
         }

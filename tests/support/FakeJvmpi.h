@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "jvmpi/jvmpi.h"
+#include "jvmpi/virtual_threads.h"
 
 class FakeJvmpi {
 public:
@@ -33,9 +34,10 @@ public:
     JavaVM* vm() { return &vm_; }
 
     // --- what the VM answers
-    std::atomic<bool> refuseInterface{false};  // GetEnv for JVMPI fails
-    std::atomic<int> getEnvCalls{0};           // for JVMPI versions
-    std::function<JNIEnv*()> jniEnv;           // the calling thread's; null: not attached
+    std::atomic<bool> refuseInterface{false};        // GetEnv for JVMPI fails
+    std::atomic<int> getEnvCalls{0};                 // for JVMPI versions
+    JVMPI_VirtualThreads* virtualThreads = nullptr;  // null: a VM that has none
+    std::function<JNIEnv*()> jniEnv;                 // the calling thread's; null: not attached
 
     std::function<jint(jint type, void* arg)> onRequest;                  // null: requests fail
     std::function<void(JVMPI_CallTrace* trace, jint depth)> onCallTrace;  // null: no frames

@@ -274,7 +274,7 @@ void getClocks(MethodEvent* m, bool start, JNIEnv* env) {
     const auto wallTime = [m] { getCurrentTime(&m->timeSec_, &m->timeUSec_); };
     if (start) wallTime();
     const jlong cpuTime = ThreadCpuClock::now();
-    m->cpuTime_ = thread == nullptr ? cpuTime : thread->saveAndTestCPUTime(cpuTime);
+    m->cpuTime_ = thread == nullptr ? cpuTime : thread->cpuTime(cpuTime);
     if (!start) wallTime();
 }
 

@@ -20,7 +20,7 @@ void stamp(Event& event, ThreadData* thread, ClockOrder order) {
         cpuTime = clocks.cpu();
         if (order == ClockOrder::cpuFirst) clocks.wall(&event.timeSec_, &event.timeUSec_);
     }
-    event.cpuTime_ = thread == nullptr ? cpuTime : thread->saveAndTestCPUTime(cpuTime);
+    event.cpuTime_ = thread == nullptr ? cpuTime : thread->cpuTime(cpuTime);
 }
 
 void charge(Event& event, int bytes) {

@@ -55,6 +55,7 @@ void RecordPins::unpin(const ThreadData* record) {
 }
 
 bool RecordPins::isPinned(const ThreadData* record) {
+    if (record->held_.load(std::memory_order_seq_cst)) return true;
     for (Pins* pins = all_.load(std::memory_order_seq_cst); pins != nullptr; pins = pins->next)
         for (const auto& slot : pins->pinned)
             if (slot.load(std::memory_order_seq_cst) == record) return true;

@@ -6,7 +6,8 @@
 //
 // How: a thread that looks a record up notes it in its own pins, one for its own record and three
 // in turn for records of others. Deleting a record empties it at once, but its memory goes only
-// when no pin of another thread names it; until then it waits in a list. A pin stays after the
+// when no pin of another thread names it and no living virtual thread holds it; until then it waits
+// in a list. A pin stays after the
 // native has returned, which is what makes the usual look-up free: the same thread asking again
 // finds its record still pinned and, by the generation, still registered. A pin goes when its
 // thread looks up something else or ends.
@@ -37,7 +38,7 @@ public:
     static ThreadData* own(JNIEnv* env) {
         const Pins* const pins = mine_;
         if (pins == nullptr || pins->env != env ||
-            pins->generation != generation_.load(std::memory_order_acquire))
+            pins->generation != ownGeneration_.load(std::memory_order_acquire))
             return nullptr;
         return pins->pinned[kOwn].load(std::memory_order_relaxed);
     }
@@ -47,8 +48,9 @@ public:
     static ThreadData* pinOwn(JNIEnv* env, Find find) {
         Pins* const pins = mine();
         if (pins == nullptr) return find();
-        std::uint64_t seen = 0;
-        ThreadData* const record = pin(pins->pinned[kOwn], seen, find);
+        // Read first: a change on the way only makes the next call look again.
+        const std::uint64_t seen = ownGeneration_.load(std::memory_order_seq_cst);
+        ThreadData* const record = pin(pins->pinned[kOwn], find);
         pins->env = record == nullptr ? nullptr : env;
         pins->generation = seen;
         return record;
@@ -57,16 +59,25 @@ public:
     static ThreadData* pinOther(Find find) {
         Pins* const pins = mine();
         if (pins == nullptr) return find();
-        std::uint64_t seen = 0;
         pins->turn = pins->turn % kOthers + 1;
-        return pin(pins->pinned[pins->turn], seen, find);
+        return pin(pins->pinned[pins->turn], find);
     }
 
     // The calling thread will not touch the record again.
     static void unpin(const ThreadData* record);
+    // What the calling thread has pinned as its own is its own no longer: another virtual thread
+    // runs on it now. The record stays pinned until the next look-up.
+    static void forgetOwn() {
+        if (mine_ != nullptr) mine_->env = nullptr;
+    }
 
     // A record has been taken out of the table: whoever looks from now on must not find it.
-    static void recordsChanged() { generation_.fetch_add(1, std::memory_order_seq_cst); }
+    static void recordsChanged() {
+        spareGone();
+        ownGeneration_.fetch_add(1, std::memory_order_seq_cst);
+    }
+    // The same of a record that no thread has as its own: all others keep theirs.
+    static void spareGone() { generation_.fetch_add(1, std::memory_order_seq_cst); }
 
     // Deletes a record that is registered no more, now or when the last pin has gone. The calling
     // thread's own pins do not count: it is the one that gives the record up.
@@ -95,9 +106,9 @@ private:
     };
 
     template <typename Find>
-    static ThreadData* pin(std::atomic<ThreadData*>& slot, std::uint64_t& seen, Find find) {
+    static ThreadData* pin(std::atomic<ThreadData*>& slot, Find find) {
         for (;;) {
-            seen = generation_.load(std::memory_order_seq_cst);
+            const std::uint64_t seen = generation_.load(std::memory_order_seq_cst);
             ThreadData* const record = find();
             slot.store(record, std::memory_order_seq_cst);
             if (record == nullptr || generation_.load(std::memory_order_seq_cst) == seen)
@@ -111,6 +122,7 @@ private:
 
     static inline constinit thread_local Pins* mine_ = nullptr;
     static inline constinit std::atomic<std::uint64_t> generation_{1};
+    static inline constinit std::atomic<std::uint64_t> ownGeneration_{1};
     static inline constinit std::atomic<Pins*> all_{nullptr};
     static inline constinit std::atomic<std::size_t> waiting_{0};  // records in the waiting list
 };

@@ -176,6 +176,14 @@ void ThreadData::deleteInFlightData() {
     dataSrcSQLDepth_ = 0;
 }
 
+void ThreadData::forgetWork() {
+    deleteInFlightData();
+    nestedRequestDepth_ = 0;
+    delete[] std::exchange(gpsToken_, nullptr);
+    setPortalPageName(nullptr);
+    GateBooks::forget(*this);
+}
+
 void ThreadData::retire(Loss reason) {
     if (alive_.exchange(false, std::memory_order_acq_rel)) {
         const ThreadMgr* const manager = thrMgr_.load(std::memory_order_acquire);

@@ -60,6 +60,29 @@ public:
         return t;
     }
 
+    // The thread's CPU time by a reading of the executing thread's clock, ns. A virtual thread's
+    // own is what that clock moves while it is mounted.
+    static constexpr jlong kCpuNotMeasured = -1;
+    jlong cpuTime(jlong clock) {
+        return cpuIsMeasured_ ? saveAndTestCPUTime(clock + cpuOffset_) : kCpuNotMeasured;
+    }
+    // Of a virtual thread's record, on the carrier and with the reading of its clock.
+    void mounted(jlong clock) { cpuOffset_ = cpuUsed_ - clock; }
+    void unmounted(jlong clock) { cpuUsed_ = cpuOffset_ + clock; }
+
+    // The key of a virtual thread's record, in place of the environment that it has none of its
+    // own of: no environment has an odd address. Good for comparing only.
+    JNIEnv* virtualKey() const {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr)
+        return reinterpret_cast<JNIEnv*>(reinterpret_cast<std::uintptr_t>(this) | 1);
+    }
+    static ThreadData* ofVirtualKey(JNIEnv* key) {  // null for an environment
+        const auto address = reinterpret_cast<std::uintptr_t>(key);
+        // NOLINTNEXTLINE(performance-no-int-to-ptr)
+        return (address & 1) != 0 ? reinterpret_cast<ThreadData*>(address - 1) : nullptr;
+    }
+    bool isVirtual() const { return ofVirtualKey(threadId_) != nullptr; }
+
     // The thread ends (called on that thread): no event is accepted any more, the queue is still
     // drained.
     void resetOnThreadEnd();
@@ -171,6 +194,17 @@ private:
     std::atomic<std::int32_t> refused_[LostCounts::kLostClasses] = {};
     std::atomic<std::uint64_t> heldBeyond_{0};
     std::atomic<std::uint32_t> gatedCalls_{0};
+    // Makes it ready for another virtual thread. What is queued stays and is sent.
+    void forgetWork();
+
+    // Of a virtual thread's record. The two times are used by whoever it is mounted on.
+    jlong cpuOffset_ = 0;              // ns: the thread's CPU time less the carrier's clock
+    jlong cpuUsed_ = 0;                // ns, at its last unmount
+    bool cpuIsMeasured_ = true;        // set while no thread has it
+    std::atomic<bool> held_{false};    // a living virtual thread has it: the memory must stay
+    std::atomic<bool> listed_{false};  // known to the manager
+    ThreadData* nextSpare_ = nullptr;  // chain of the manager, under its threadDataLock_
+
     std::vector<std::unique_ptr<char[]>> formerNames_;  // replaced names, kept for late readers
     ThreadData* nextWaiting_ = nullptr;                 // chain of RecordPins, under its lock
 };

@@ -1,6 +1,7 @@
 // The registry of monitored threads.
 #include "event/ThreadMgr.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -12,6 +13,7 @@
 #include "event/RecordPins.h"
 #include "event/ThreadAgents.h"
 #include "event/ThreadData.h"
+#include "event/VirtualThreads.h"
 #include "foundation/Globals.h"
 #include "foundation/Log.h"
 #include "foundation/Messages.h"
@@ -27,6 +29,14 @@ ThreadMgr* retiredMgr = nullptr;
 
 std::uint32_t processorClock() {
     return static_cast<std::uint32_t>(std::clock());
+}
+
+// Remembered for the next call only where no mount can change whose record it is.
+template <typename Find>
+ThreadData* pinOwn(JNIEnv* env, Find find) {
+    ThreadData* const record = RecordPins::pinOwn(env, find);
+    if (!VirtualThreads::recordIsSteady()) RecordPins::forgetOwn();
+    return record;
 }
 
 bool sameName(const char* one, const char* other) {
@@ -83,6 +93,11 @@ void ThreadMgr::destroy() {
     delete std::exchange(retiredMgr, last);
 }
 
+bool ThreadMgr::initializeAfterJVMPI() {
+    VirtualThreads::introduce(jvm_ptr);
+    return true;
+}
+
 void ThreadMgr::start() {
     VEL_TRACE("start()");
     initializeAfterJVMPI();
@@ -108,6 +123,10 @@ void ThreadMgr::discardAll() {
     records.swap(owned_);
     thrTable_->clear();
     thrMap_->clear();
+    for (ThreadData* const record : records) record->listed_ = false;
+    firstSpare_ = lastSpare_ = nullptr;
+    spares_ = fewestSpares_ = 0;
+    virtualRecords_ = 0;
     RecordPins::recordsChanged();
     for (ThreadData* const record : records) discard(record, Loss::probeStopped);
     RecordPins::sweep();
@@ -132,6 +151,7 @@ ThreadData* ThreadMgr::getThreadData(JNIEnv* env) {
     }
     if (ThreadData* const own = RecordPins::own(env); own != nullptr) [[likely]]
         return own;
+    if (VirtualThreads::mountedOn(env)) return virtualThreadData(env);
     ThreadData* record = findOwn(env);
     if (record == nullptr) return createThreadData(env);
     if (record->getThreadId() == env) return record;
@@ -160,13 +180,18 @@ ThreadData* ThreadMgr::getThreadData(JVMPI_Event* evt) {
 }
 
 ThreadData* ThreadMgr::findOwn(JNIEnv* env) {
-    return RecordPins::pinOwn(env, [&] { return thrTable_->get(env); });
+    return pinOwn(env, [&] { return thrTable_->get(env); });
 }
 
 ThreadData* ThreadMgr::getThreadDataIfPresent(JNIEnv* env) {
     VEL_TRACE("getThreadDataIfPresent(JNIEnv*)");
     if (env == nullptr) return nullptr;
     if (ThreadData* const own = RecordPins::own(env); own != nullptr) return own;
+    if (VirtualThreads::mountedOn(env)) {
+        ThreadData* const record = VirtualThreads::record();
+        return record != nullptr && record->listed_ ? record : nullptr;
+    }
+    if (ThreadData::ofVirtualKey(env) != nullptr) return findVirtual(env);
     return RecordPins::pinOther([&] { return thrTable_->get(env); });
 }
 
@@ -217,13 +242,8 @@ ThreadData* ThreadMgr::createSpecialEventQueue(JNIEnv* env) {
 // A new record, registered and pinned; null when the table refuses it, or when the manager has been
 // stopped meanwhile and onlyWhenStarted.
 ThreadData* ThreadMgr::registerNew(JNIEnv* env, bool onlyWhenStarted) {
-    auto* const record = new ThreadData(env);
-    if (!canBeGuarded(env, *record)) {
-        VEL_DEBUG_MIN("createThreadData", "No raw monitor for the record, returning null");
-        record->alive_ = false;  // it never lived: nothing to be told of its end
-        delete record;
-        return nullptr;
-    }
+    ThreadData* const record = makeRecord(env);
+    if (record == nullptr) return nullptr;
     bool registered = false;
     try {
         registered = enlist(env, record, onlyWhenStarted);
@@ -241,6 +261,16 @@ ThreadData* ThreadMgr::registerNew(JNIEnv* env, bool onlyWhenStarted) {
     return nullptr;
 }
 
+// Null when there is no monitor to guard it with.
+ThreadData* ThreadMgr::makeRecord(JNIEnv* env) {
+    auto* const record = new ThreadData(env);
+    if (canBeGuarded(env, *record)) return record;
+    VEL_DEBUG_MIN("createThreadData", "No raw monitor for the record, returning null");
+    record->alive_ = false;  // it never lived: nothing to be told of its end
+    delete record;
+    return nullptr;
+}
+
 // A guard whose monitor cannot be made holds nothing, so what threads share must have its monitor.
 bool ThreadMgr::canBeGuarded(JNIEnv* env, const ThreadData& record) {
     if (jvmpi.load(std::memory_order_acquire) == nullptr) return true;  // nobody to share with yet
@@ -248,13 +278,134 @@ bool ThreadMgr::canBeGuarded(JNIEnv* env, const ThreadData& record) {
            thrTable_->makeLockFor(env);
 }
 
+// --- virtual threads -----------------------------------------------------------------------------
+
+ThreadData* ThreadMgr::virtualThreadData(JNIEnv* env) {
+    ThreadData* record = VirtualThreads::record();
+    // What the probe's last stop has emptied stays so; the thread gets another.
+    if (record == nullptr || !record->listed_) {
+        record = newVirtualRecord(env);
+        if (record == nullptr) return nullptr;
+        if (!VirtualThreads::keep(record)) {
+            virtualThreadEnded(record);
+            return nullptr;
+        }
+    }
+    return pinOwn(env, [record] { return record->listed_ ? record : nullptr; });
+}
+
+// Held for the calling virtual thread, which is to keep it. Null as from createThreadData.
+ThreadData* ThreadMgr::newVirtualRecord(JNIEnv* env) {
+    ThreadAgents* const agents = agents_.load(std::memory_order_acquire);
+    if (agents == nullptr || !agents->isReady() || !VirtualThreads::areFollowed()) return nullptr;
+    if (ThreadData* const spare = takeSpare(); spare != nullptr) return spare;
+    ThreadData* const record = makeRecord(env);
+    if (record == nullptr) return nullptr;
+    record->threadId_ = record->virtualKey();
+    record->held_ = true;
+    record->cpuIsMeasured_ = VirtualThreads::cpuIsMeasured();
+    try {
+        if (enlistVirtual(record) && agents->manageThreadData(record) != 0) return record;
+    } catch (...) {  // no memory for a node
+        giveUpVirtual(record);
+        throw;
+    }
+    giveUpVirtual(record);
+    return nullptr;
+}
+
+// Held to the last, because a stop may have discarded it meanwhile.
+void ThreadMgr::giveUpVirtual(ThreadData* record) {
+    withdraw(record->threadId_, record);
+    record->held_ = false;
+    RecordPins::sweep();
+}
+
+bool ThreadMgr::enlistVirtual(ThreadData* record) {
+    const VelLockGuard hold(*threadDataLock_);
+    owned_.insert(record);
+    if (!isReady()) return false;
+    thrMap_->emplace(assignIdLocked(record), record->threadId_);
+    virtualRecords_.fetch_add(1, std::memory_order_relaxed);
+    record->listed_ = true;
+    return true;
+}
+
+// None while the one that has waited longest still has much queued: a thread that took it would
+// have its events refused.
+ThreadData* ThreadMgr::takeSpare() {
+    const VelLockGuard hold(*threadDataLock_);
+    ThreadData* const spare = firstSpare_;
+    if (spare == nullptr || spare->getEvtQueueSize() > ThreadData::queueLimit() / 2) return nullptr;
+    firstSpare_ = std::exchange(spare->nextSpare_, nullptr);
+    if (firstSpare_ == nullptr) lastSpare_ = nullptr;
+    fewestSpares_ = std::min(fewestSpares_, --spares_);
+    spare->held_ = true;
+    return spare;
+}
+
+// Caller holds threadDataLock_.
+void ThreadMgr::addSpare(ThreadData* record) {
+    (lastSpare_ == nullptr ? firstSpare_ : lastSpare_->nextSpare_) = record;
+    lastSpare_ = record;
+    ++spares_;
+}
+
+void ThreadMgr::virtualThreadEnded(ThreadData* record) {
+    record->forgetWork();
+    ThreadMgr* const manager = thrMgr_.load(std::memory_order_acquire);
+    if (manager != nullptr) {
+        const VelLockGuard hold(*manager->threadDataLock_);
+        record->held_ = false;
+        if (record->listed_) return manager->addSpare(record);
+    }
+    record->held_ = false;
+    RecordPins::unpin(record);
+    RecordPins::sweep();
+}
+
+void ThreadMgr::endUnusedSpares() {
+    std::vector<ThreadData*> unused;
+    {
+        const VelLockGuard hold(*threadDataLock_);
+        unused.reserve(static_cast<std::size_t>(fewestSpares_));
+        for (; fewestSpares_ > 0; --fewestSpares_, --spares_) {
+            ThreadData* const spare = firstSpare_;
+            firstSpare_ = std::exchange(spare->nextSpare_, nullptr);
+            if (firstSpare_ == nullptr) lastSpare_ = nullptr;
+            spare->listed_ = false;
+            thrMap_->erase(spare->getThreadIntId());
+            virtualRecords_.fetch_sub(1, std::memory_order_relaxed);
+            unused.push_back(spare);
+        }
+        fewestSpares_ = spares_;
+    }
+    if (unused.empty()) return;
+    RecordPins::spareGone();
+    // The agents run, so nobody else deletes these; their own agents do, once they are drained.
+    for (ThreadData* const spare : unused) {
+        setThreadStopped(spare->getThreadIntId());
+        spare->alive_.store(false, std::memory_order_release);
+    }
+}
+
+// By what findJNIEnv() gave; the key of a record that is gone is not followed.
+ThreadData* ThreadMgr::findVirtual(JNIEnv* key) {
+    ThreadData* const record = ThreadData::ofVirtualKey(key);
+    const VelLockGuard hold(*threadDataLock_);  // so that it is not deleted before it is pinned
+    if (owned_.count(record) == 0 || !record->listed_) return nullptr;
+    return RecordPins::pinOther([record] { return record; });
+}
+
+// -------------------------------------------------------------------------------------------------
+
 bool ThreadMgr::enlist(JNIEnv* env, ThreadData* record, bool onlyWhenStarted) {
     const VelLockGuard hold(*threadDataLock_);
     owned_.insert(record);
     if (onlyWhenStarted && !isReady()) return false;
     const bool put = thrTable_->put(env, record);
     thrMap_->emplace(assignIdLocked(record), env);
-    RecordPins::pinOwn(env, [&] { return record; });
+    pinOwn(env, [&] { return record; });
     return put;
 }
 
@@ -264,6 +415,7 @@ void ThreadMgr::withdraw(JNIEnv* env, ThreadData* record) {
     if (owned_.count(record) == 0) return;
     if (env != nullptr) thrTable_->remove(env);
     removeThreadFromMap(record->getThreadIntId());
+    if (record->listed_.exchange(false)) virtualRecords_.fetch_sub(1, std::memory_order_relaxed);
     RecordPins::recordsChanged();
     discard(record, Loss::threadEnded);
 }
@@ -295,9 +447,12 @@ bool ThreadMgr::removeThreadData(JNIEnv* env) {
     VEL_TRACE("removeThreadData(JNIEnv*)");
     if (env == nullptr) return false;
     const VelLockGuard hold(*threadDataLock_);
+    // By its id where that is known: the map may hold thousands of virtual threads' records.
+    const ThreadData* const record = thrTable_->get(env);
     const bool removed = thrTable_->remove(env);
     RecordPins::recordsChanged();
-    if (!removeThreadFromMap(env)) {
+    if (!(record != nullptr ? removeThreadFromMap(record->getThreadIntId())
+                            : removeThreadFromMap(env))) {
         char message[96];
         std::snprintf(message, sizeof message, "Removal from the thread map failed, TID: %p",
                       static_cast<void*>(env));
@@ -321,14 +476,18 @@ bool ThreadMgr::owns(const ThreadData* data) {
 
 int ThreadMgr::getThreadCount() {
     VEL_TRACE("getThreadCount()");
-    if (isReady()) return thrTable_ == nullptr ? 0 : static_cast<int>(thrTable_->size());
+    if (isReady())
+        return static_cast<int>(thrTable_->size()) +
+               virtualRecords_.load(std::memory_order_relaxed);
     VEL_DEBUG_MIN("getThreadCount", "ThreadMgr not started, returning null");
     return 0;
 }
 
 bool ThreadMgr::threadExists(int id) {
     VEL_TRACE("threadExists(int)");
-    return thrTable_->contains(findJNIEnv(static_cast<unsigned>(id)));
+    JNIEnv* const env = findJNIEnv(static_cast<unsigned>(id));
+    // The key of a virtual thread's record is in the map just as long as the record is listed.
+    return ThreadData::ofVirtualKey(env) != nullptr || thrTable_->contains(env);
 }
 
 JNIEnv* ThreadMgr::findJNIEnv(unsigned id) {
@@ -340,6 +499,11 @@ JNIEnv* ThreadMgr::findJNIEnv(unsigned id) {
 
 bool ThreadMgr::findThreadId(JNIEnv* env, unsigned* id) {
     VEL_TRACE("findThreadId(JNIEnv*, unsigned*)");
+    if (env != nullptr && VirtualThreads::mountedOn(env)) {
+        const ThreadData* const own = getThreadDataIfPresent(env);
+        if (own != nullptr) *id = own->getThreadIntId();
+        return own != nullptr;
+    }
     const VelLockGuard hold(*threadDataLock_);
     for (const auto& [key, value] : *thrMap_) {
         if (value != env) continue;

@@ -1,6 +1,12 @@
 // Finds a monitored thread's ThreadData by its JNIEnv*, creating it on the thread's first call, and
 // gives each thread a small integer id.
 //
+// A virtual thread has no JNIEnv* of its own; VirtualThreads.h knows where its record is. Such
+// records stand in no table, but have ids and are drained like all others. When its thread ends a
+// record becomes a spare, for the next virtual thread to take, id and queue and all: threads that
+// come and go by the thousand a second then cost no registration each. Spares that nobody took for
+// a whole period go.
+//
 // Ownership: owns every ThreadData until the event agent that drained it calls deleteThreadData(),
 // or stop() takes them all. Threads: any VM thread once start() has returned. A record that a
 // look-up has returned stays valid for the asking thread until that thread looks up others or ends,
@@ -60,7 +66,7 @@ public:
     }
 
     void initialize() {}
-    bool initializeAfterJVMPI() { return true; }
+    bool initializeAfterJVMPI();
     void start();
     void stop();
     bool isReady() const { return start_.load(std::memory_order_acquire); }
@@ -83,6 +89,12 @@ public:
     bool deleteThreadData(ThreadData* data);
     bool removeThreadData(JNIEnv* env);  // from table and map; the record lives on
     bool updateOnThreadEnd(JNIEnv* tid);
+    // A virtual thread has ended, or has got another record; on the carrier. The manager that made
+    // the record may be gone.
+    static void virtualThreadEnded(ThreadData* record);
+    // Ends the spares that were not needed since the last call. The event agents' leader, once a
+    // pass.
+    void endUnusedSpares();
     // Whether the pointer is a record that has not been deleted: for who keeps records across a
     // stop().
     bool owns(const ThreadData* data);
@@ -122,9 +134,17 @@ private:
     void discardAll();
     void discard(ThreadData* record, Loss reason);
     ThreadData* findOwn(JNIEnv* env);
+    ThreadData* virtualThreadData(JNIEnv* env);
+    ThreadData* newVirtualRecord(JNIEnv* env);
+    ThreadData* takeSpare();
+    void addSpare(ThreadData* record);
+    ThreadData* findVirtual(JNIEnv* key);
     ThreadData* registerNew(JNIEnv* env, bool onlyWhenStarted);
     bool canBeGuarded(JNIEnv* env, const ThreadData& record);
     bool enlist(JNIEnv* env, ThreadData* record, bool onlyWhenStarted);
+    ThreadData* makeRecord(JNIEnv* env);
+    bool enlistVirtual(ThreadData* record);
+    void giveUpVirtual(ThreadData* record);
     void withdraw(JNIEnv* env, ThreadData* record);
     unsigned assignIdLocked(ThreadData* record);  // caller holds threadDataLock_
 
@@ -133,6 +153,13 @@ private:
     VelHashTable<JNIEnv*, ThreadData*>* thrTable_;  // owned
     JNIEnvMap* thrMap_;            // owned: id to environment, under threadDataLock_
     std::set<ThreadData*> owned_;  // all records not yet deleted, under threadDataLock_
+    // Records of virtual threads that nobody has, under threadDataLock_: the one given back first
+    // is taken first, so that its queue has had the longest time to be drained.
+    ThreadData* firstSpare_ = nullptr;
+    ThreadData* lastSpare_ = nullptr;
+    int spares_ = 0;
+    int fewestSpares_ = 0;  // since endUnusedSpares()
+    std::atomic<int> virtualRecords_{0};
     std::atomic<bool> start_{false};
     VelLock* lock_;  // guards the stopped-thread ring
     VelLock*

@@ -123,6 +123,8 @@
     /* events */                                                                                                     \
     VEL_MESSAGE(kNoRecordForPhase, 1141, warn,                                                                       \
                 "Events of kind %d with phase %d and action %d have no record and are not sent")                     \
+    VEL_MESSAGE(kVirtualThreadsUnknown, 1142, warn,                                                                  \
+                "The VM does not tell of virtual threads; what they do is not captured")                             \
     /* agent */                                                                                                      \
     VEL_MESSAGE(kNestedRequestsStay, 1151, warn,                                                                     \
                 "internal.disable.nestedrequests acts at probe level 1 only; the level is %d")                       \

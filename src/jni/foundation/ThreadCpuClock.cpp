@@ -219,6 +219,10 @@ jlong ThreadCpuClock::now() {
     return cpu >= 0 ? cpu : readAgain();
 }
 
+bool ThreadCpuClock::undisturbed() {
+    return used.load(std::memory_order_relaxed) && usableHere() && markStands();
+}
+
 bool ThreadCpuClock::readBoth(std::uint32_t* sec, std::uint32_t* usec, jlong* cpu) {
     if (!used.load(std::memory_order_acquire) || !usableHere()) return false;
     const std::int64_t monotonic = read(CLOCK_MONOTONIC);

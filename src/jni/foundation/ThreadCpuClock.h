@@ -36,6 +36,10 @@ public:
     // CPU time of the calling thread, ns.
     static jlong now();
 
+    // Whether the calling thread has stayed on its processor since its last reading: no more than
+    // its mark is looked at. False where the clock is not in use.
+    static bool undisturbed();
+
     // Both clocks from one reading: wall time, and CPU time in ns. False, and nothing written, when
     // the thread has been off its processor since its last reading, or the clock is not in use.
     static bool readBoth(std::uint32_t* sec, std::uint32_t* usec, jlong* cpu);

@@ -176,6 +176,31 @@ public:
         return moved;
     }
 
+    // Moves the elements that pick accepts behind those of other, in their order and in one walk.
+    // Lock order: this list, then other.
+    template <typename Pick>
+    void moveEach(Pick pick, VelList<T>* other) {
+        const VelLockGuard hold(hashLock_.get());
+        const VelLockGuard holdOther(other->hashLock_.get());
+        VelBucket<T>* before = nullptr;
+        for (VelBucket<T>* node = head_; node != nullptr;) {
+            VelBucket<T>* const next = node->next_;
+            if (!pick(node->key_)) {
+                before = node;
+                node = next;
+                continue;
+            }
+            (before == nullptr ? head_ : before->next_) = next;
+            if (array_ == node) array_ = before;
+            grow(-1);
+            node->next_ = nullptr;
+            (other->array_ == nullptr ? other->head_ : other->array_->next_) = node;
+            other->array_ = node;
+            other->grow(1);
+            node = next;
+        }
+    }
+
     // A new iterator at the head; the caller deletes it and holds the list's lock while it walks.
     VelListIter<T>* iterator() { return new VelListIter<T>(this); }
 

@@ -135,6 +135,9 @@ void EventAgent::onePass(EvtAgentMgr* manager) {
         if (manager != nullptr) manager->takeOrphans(this);
         computeMemoryTaken();
         if (manager != nullptr) manager->checkForMemory(this);
+        ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
+        if (threads != nullptr && manager != nullptr && manager->isLeader(this))
+            threads->endUnusedSpares();
     };
     const auto canSend = [&] { return manager != nullptr && manager->canSendData(this); };
 
@@ -186,13 +189,23 @@ void EventAgent::takeSnapshot() {
     for (VelListIter<ThreadData*> it(thrList_.get()); it.hasNext();) pass_.push_back(it.next());
 }
 
-// Has an ended thread's record deleted, if it still is this agent's.
-void EventAgent::remove(ThreadData* thread) {
-    if (!thrList_->remove(thread)) return;
-    GateBooks::noteCalls(thread->takeGatedCalls());
-    GateBooks::forget(*thread);
-    if (ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire); threads != nullptr)
-        threads->deleteThreadData(thread);
+// Has the records of ended threads deleted, those that still are this agent's. In one walk of the
+// list: thousands of virtual threads may have ended since the last pass.
+void EventAgent::removeEnded() {
+    if (ended_.empty()) return;
+    std::sort(ended_.begin(), ended_.end());
+    VelList<ThreadData*> gone(false);
+    thrList_->moveEach(
+        [this](ThreadData* thread) {
+            return std::binary_search(ended_.begin(), ended_.end(), thread);
+        },
+        &gone);
+    ThreadMgr* const threads = thrMgr_.load(std::memory_order_acquire);
+    while (ThreadData* const thread = gone.pop()) {
+        GateBooks::noteCalls(thread->takeGatedCalls());
+        GateBooks::forget(*thread);
+        if (threads != nullptr) threads->deleteThreadData(thread);
+    }
 }
 
 // --- the threads ---------------------------------------------------------------------------------

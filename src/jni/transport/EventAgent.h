@@ -100,7 +100,7 @@ private:
     void tellRefused(ThreadData* thread, char** buff);
     void credit(ThreadData* thread, const Event* event);
     long discardEvents(ThreadData* thread);
-    void remove(ThreadData* thread);
+    void removeEnded();
     void noteTooLarge(const Event* event);
 
     int prepare2send();

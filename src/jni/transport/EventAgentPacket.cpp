@@ -84,7 +84,7 @@ int EventAgent::prepare2send() {
         tellRefused(thread, &cursor);
         if (ended && queue->size() == 0) ended_.push_back(thread);
     }
-    for (ThreadData* const thread : ended_) remove(thread);
+    removeEnded();
     tellOverflow(false);
     VEL_DEBUG_MIN("prepare2send", "OverAll Events sent/dropped %d", packetEvents_);
     lastRecords_ = packetEnds_.size();

@@ -128,6 +128,7 @@ void EventAgent::dropRecordsOnPSDown() {
     VEL_TRACE("dropRecordsOnPSDown()");
     adjustDropQueueLimit();
     int sum = 0;
+    ended_.clear();
     takeSnapshot();
     for (ThreadData* const thread : pass_) {
         if (thread->isAlive()) {
@@ -142,8 +143,9 @@ void EventAgent::dropRecordsOnPSDown() {
         if (psDownCnt_ <= kPsDownLoggedPasses)
             VEL_DEBUG_MIN("dropRecordsOnPSDown", "Deleted %d (all) events in dead thread TID: %d",
                           deleted, thread->getThreadIntId());
-        remove(thread);
+        ended_.push_back(thread);
     }
+    removeEnded();
     if (psDownCnt_ < kPsDownLoggedPasses)
         VEL_DEBUG_MIN("dropRecordsOnPSDown", "OverAll events dropped/deleted when PS down: %d",
                       sum);
