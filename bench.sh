@@ -7,6 +7,7 @@
 #   ./bench.sh native     the C++ programs only
 #   ./bench.sh java       the request natives on a real VM only
 #   ./bench.sh tomcat     what a captured request adds to an embedded Tomcat
+#   ./bench.sh mounts     what the agent adds to virtual threads (a JDK from 21 on)
 #   ./bench.sh start      start and exit, of a HelloWorld and of Tomcat, and what an idle Tomcat holds
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -56,6 +57,16 @@ bench_tomcat() (
     java_on_one_processor=yes monitored_java -Xmx512m "-Djava.io.tmpdir=$work" -cp "$work:$container" TomcatBench 20000 15
 )
 
+# With the newest JDK, when the one chosen has no virtual threads.
+bench_mounts() {
+    local chosen=${JAVA_HOME:-}
+    if ! "${chosen:+$chosen/bin/}java" -version 2>&1 | grep -qE '"(2[1-9]|[3-9][0-9])'; then
+        chosen=$(ls -d /usr/lib/jvm/*-2[1-9]-* /usr/lib/jvm/*-[3-9][0-9]-* 2>/dev/null | tail -n 1)
+    fi
+    [ -z "$chosen" ] || JAVA_HOME=$chosen bench/mounts.sh
+}
+
 ! wanted java || bench_java
 ! wanted tomcat || bench_tomcat
 ! wanted start || bench/start_exit.sh
+! wanted mounts || bench_mounts
