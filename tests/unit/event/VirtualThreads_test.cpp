@@ -189,7 +189,7 @@ TEST_F(VirtualThreadsTest, AnEndedThreadsRecordIsTheNextOnesUnlessItsQueueIsLong
     EXPECT_EQ(captureAndEnd(next), record);
     EXPECT_EQ(record->servletDepth_ + record->nestedRequestDepth_, 0);
     EXPECT_EQ(record->getEvtQueueSize(), 1) << "what is queued is sent";
-    while (record->getEvtQueueSize() < 2501)
+    for (int queued = 1; queued < 2501; ++queued)
         record->appendEvent(make::event<GCEvent>(START).release());
     VirtualThread last;
     EXPECT_NE(captureAndEnd(last), record);
