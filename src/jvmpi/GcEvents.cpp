@@ -70,7 +70,7 @@ void sendFinish(JNIEnv* env, const HeapMeter& heap, const GcEdge& edge) {
     JVMPI_Event event{};
     event.event_type = JVMPI_EVENT_GC_FINISH;
     event.env_id = env;
-    event.u.gc_info.used_objects = 0;  // today's collectors do not count objects
+    event.u.gc_info.used_objects = -1;  // unknown: today's collectors do not count objects
     heap.read(event.u.gc_info.used_object_space, event.u.gc_info.total_object_space);
     edge.putInto(&event);
     sendEvent(event);
