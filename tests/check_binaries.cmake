@@ -1,6 +1,7 @@
 # Our libraries live in foreign processes: they show nothing but their interface, all of it, and need nothing that a
 # host may lack. What is linked is bound at the start; what is shipped checks its stacks and buffers.
 #   cmake -DNM=... -DREADELF=... -DFOLDER=<home> -DSANITIZED=<bool> -DSHIPPED=<bool> -P check_binaries.cmake
+cmake_minimum_required(VERSION 3.22)
 set(binaries lib/libqlog_64.so lib/libqmsg_64.so lib/libqffdc_64.so lib/libvelora.so lib/libvelora_agent.so bin/velora-ps)
 
 set(shows_libqlog_64.so "(Qlg|Zos)[A-Za-z]+")
@@ -58,7 +59,7 @@ foreach(binary IN LISTS binaries)
     if(NOT dynamic MATCHES "NOW" OR NOT segments MATCHES "GNU_RELRO")
         message(SEND_ERROR "${file} is not bound at its start, or its addresses stay writable")
     endif()
-    if(NOT segments MATCHES "type DYN")
+    if(NOT segments MATCHES "type is DYN")
         message(SEND_ERROR "${file} has a fixed address")
     endif()
     if(DEFINED shows_${name})
@@ -69,8 +70,12 @@ foreach(binary IN LISTS binaries)
     endif()
     if(SHIPPED)
         run(imports "${NM}" -D --undefined-only "${file}")
-        if(NOT imports MATCHES "__stack_chk_fail" OR NOT imports MATCHES "__[a-z]+_chk(@|\n)")
-            message(SEND_ERROR "${file} does not check its stacks or its buffers")
+        if(NOT imports MATCHES "__stack_chk_fail")
+            message(SEND_ERROR "${file} does not check its stacks")
+        endif()
+        # libqmsg calls no function that has a checked sister.
+        if(NOT imports MATCHES "__[a-z]+_chk(@|\n)" AND NOT name STREQUAL "libqmsg_64.so")
+            message(SEND_ERROR "${file} does not check its buffers")
         endif()
     endif()
 endforeach()

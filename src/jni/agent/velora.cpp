@@ -68,7 +68,8 @@ jint load(JavaVM* vm, char* options) {
     if (options != nullptr && std::strncmp(options, kDebugOption, sizeof kDebugOption - 1) == 0)
         thread_sleep(kDebugPauseMs);
     ProbeMgr::onLoadInitialize(vm, options);
-    ProbeLog::_log("Velora data collector " VELORA_VERSION ", build of " VELORA_CONFIGURED);
+    if (ProbeLog::getLogFileName() != nullptr)  // the first line of the file, and of nothing else
+        ProbeLog::_log("Velora data collector " VELORA_VERSION ", build of " VELORA_CONFIGURED);
     logMessage(msg::kBuildTime, ProbeSystem::buildTime(), ProbeSystem::buildDate());
     f_useMethodLocks();
     f_disableNestedRequests();

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "event/LossBook.h"
@@ -243,7 +244,6 @@ ThreadData* ThreadMgr::createSpecialEventQueue(JNIEnv* env) {
 // stopped meanwhile and onlyWhenStarted.
 ThreadData* ThreadMgr::registerNew(JNIEnv* env, bool onlyWhenStarted) {
     ThreadData* const record = makeRecord(env);
-    if (record == nullptr) return nullptr;
     bool registered = false;
     try {
         registered = enlist(env, record, onlyWhenStarted);
@@ -261,14 +261,15 @@ ThreadData* ThreadMgr::registerNew(JNIEnv* env, bool onlyWhenStarted) {
     return nullptr;
 }
 
-// Null when there is no monitor to guard it with.
+// Without a monitor to guard it with there is no record: std::bad_alloc, which is what monitors are
+// made of, so that the caller's event is counted.
 ThreadData* ThreadMgr::makeRecord(JNIEnv* env) {
     auto* const record = new ThreadData(env);
     if (canBeGuarded(env, *record)) return record;
-    VEL_DEBUG_MIN("createThreadData", "No raw monitor for the record, returning null");
+    VEL_DEBUG_MIN("createThreadData", "No raw monitor for the record");
     record->alive_ = false;  // it never lived: nothing to be told of its end
     delete record;
-    return nullptr;
+    throw std::bad_alloc();
 }
 
 // A guard whose monitor cannot be made holds nothing, so what threads share must have its monitor.
@@ -300,7 +301,6 @@ ThreadData* ThreadMgr::newVirtualRecord(JNIEnv* env) {
     if (agents == nullptr || !agents->isReady() || !VirtualThreads::areFollowed()) return nullptr;
     if (ThreadData* const spare = takeSpare(); spare != nullptr) return spare;
     ThreadData* const record = makeRecord(env);
-    if (record == nullptr) return nullptr;
     record->threadId_ = record->virtualKey();
     record->held_ = true;
     record->cpuIsMeasured_ = VirtualThreads::cpuIsMeasured();

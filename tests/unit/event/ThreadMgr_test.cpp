@@ -128,7 +128,7 @@ TEST_F(ThreadMgrTest, WithoutAMonitorForItsQueueAThreadGetsNoRecord) {
     startAll();
     testing::internal::CaptureStderr();
     vm.failCreate(1);
-    EXPECT_EQ(mgr.getThreadData(env), nullptr);
+    EXPECT_THROW(mgr.getThreadData(env), std::bad_alloc);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(mgr.getThreadCount(), 1);
     EXPECT_NE(mgr.getThreadData(env), nullptr);
