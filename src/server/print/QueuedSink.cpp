@@ -14,7 +14,7 @@ namespace server {
 
 namespace {
 
-constexpr std::size_t kPiece = 64u << 10;  // bytes of one write: a sign of life from the reader
+constexpr std::size_t kPiece = 16u << 10;  // bytes of one write: a sign of life from the reader
 constexpr std::size_t kKeptCapacity = 1u << 20;
 constexpr std::chrono::milliseconds kKnock{5};
 constexpr int kWakeUp = SIGUSR1;
