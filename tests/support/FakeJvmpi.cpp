@@ -82,14 +82,15 @@ struct FakeJvmpi::Functions {
     static jint JNICALL getEnv(JavaVM*, void** answer, jint version) {
         FakeJvmpi& fake = living();
         *answer = nullptr;
+        if (version == JVMPI_VERSION_ADAPTER)
+            return JNI_EVERSION;  // a VM with an interface of its own
+        if (version == JVMPI_VERSION_VIRTUAL_THREADS) {
+            if (!fake.refuseInterface) *answer = fake.virtualThreads;
+            return *answer == nullptr ? JNI_EVERSION : JNI_OK;
+        }
         if ((version & 0x10000000) != 0) {
             ++fake.getEnvCalls;
             if (fake.refuseInterface) return JNI_EVERSION;
-            if (version == JVMPI_VERSION_VIRTUAL_THREADS) {
-                --fake.getEnvCalls;
-                *answer = fake.virtualThreads;
-                return *answer == nullptr ? JNI_EVERSION : JNI_OK;
-            }
             *answer = &fake.interface_;
             return JNI_OK;
         }

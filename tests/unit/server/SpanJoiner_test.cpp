@@ -13,6 +13,9 @@ using namespace server;
 
 namespace {
 
+constexpr std::uint64_t kNotMeasured =
+    ~std::uint64_t{0};  // what a start carries without a CPU time
+
 // Writes down every span as "kind start-end outcome", where start and end are the numbers of the
 // steps that made them, "?" for one that is missing; "why" in place of "unfinished", nothing for
 // "ok".
@@ -275,8 +278,8 @@ TEST(SpanJoiner, TellsLevelParentAndRequest) {
     take(byhand::servletStart({1, 1, 1000000, 50}, "outer request with a name of its own", "a",
                               "u"));
     take(byhand::servletStart({1, 2, 1000100, 60}, "inner", "a", "u"));
-    take(byhand::sqlStart({1, 2, 1000200, -1}, "d", "s"));
-    take(byhand::timed(10, {1, 2, 1000500, -1}));
+    take(byhand::sqlStart({1, 2, 1000200, kNotMeasured}, "d", "s"));
+    take(byhand::timed(10, {1, 2, 1000500, kNotMeasured}));
     take(byhand::timed(5, {1, 2, 1000600, 100}));
     take(byhand::timed(5, {1, 1, 999000, 40}));  // the clock was set back
     EXPECT_EQ(check.seen,
