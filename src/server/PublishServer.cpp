@@ -45,8 +45,8 @@ bool isLoopback(const asio::ip::address& address) {
 }
 
 // From the signal on: for what has arrived, and for all of it to be written.
-constexpr std::chrono::milliseconds kTakeLimit{200};
-constexpr std::chrono::milliseconds kOutputLimit{500};
+constexpr std::chrono::milliseconds kTakeLimit{400};
+constexpr std::chrono::milliseconds kOutputLimit{700};
 
 class Server {
 public:

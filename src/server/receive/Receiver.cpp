@@ -1,9 +1,14 @@
 #include "server/receive/Receiver.h"
 
+#include <linux/filter.h>
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <ctime>
 #include <exception>
 #include <map>
+#include <thread>
 #include <utility>
 
 namespace server {
@@ -21,6 +26,7 @@ struct Receiver::Connection {
     bool proven = false;                 // it has had a turn
     Clock::time_point expensiveUntil{};  // it has to stand in line
     std::size_t heldBytes = 0;
+    bool parting = false;  // we hung up first
     Ending ending;
 };
 
@@ -30,6 +36,9 @@ constexpr auto kAcceptPause = std::chrono::milliseconds(100);  // when descripto
 constexpr auto kSilenceCheck = std::chrono::milliseconds(500);
 constexpr auto kExpensive = std::chrono::microseconds(500);  // a turn; an agent's usual one is less
 constexpr auto kExpensiveFor = std::chrono::seconds(10);
+constexpr auto kPartingLimit = std::chrono::milliseconds(150);  // for a peer to hang up in its turn
+constexpr auto kPartingPause = std::chrono::milliseconds(1);
+constexpr const char* kStopped = "the server stops";
 
 // What the thread has worked: a turn is not longer because others had the processor.
 std::chrono::nanoseconds worked() {
@@ -51,6 +60,19 @@ std::string peerOf(const asio::ip::address& address) {
     auto bytes = address.to_v6().to_bytes();
     std::fill(bytes.begin() + 8, bytes.end(), std::uint8_t{0});
     return asio::ip::address_v6(bytes).to_string();
+}
+
+bool hasHungUp(tcp::socket& socket) {
+    pollfd watch{socket.native_handle(), POLLRDHUP, 0};
+    return poll(&watch, 1, 0) > 0;
+}
+
+// From here on the system drops what comes in, instead of acknowledging it. Where it cannot, what
+// arrives between the last read and the close is lost.
+void acknowledgeNoMore(tcp::socket& socket) {
+    sock_filter nothing{BPF_RET | BPF_K, 0, 0, 0};
+    const sock_fprog program{1, &nothing};
+    setsockopt(socket.native_handle(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
 }
 
 }  // namespace
@@ -92,7 +114,7 @@ void Receiver::accept() {
         if (error == asio::error::operation_aborted) return;
         if (!error) {
             accepted(std::move(socket));
-            return stopped_ ? finishAll() : accept();  // it may have been taken just before the end
+            return stopped_ ? void() : accept();  // it may have been taken just before the end
         }
         if (stopped_) return;
         // The connection that could not be taken is still in the queue, so trying again at once
@@ -184,7 +206,10 @@ Receiver::Turn Receiver::read(const ConnectionPtr& connection) {
             return Turn::idle;
         if (error) {
             const bool orderly = error == asio::error::eof;
-            close(connection, {orderly ? kOrderlyEnd : error.message(), true});
+            if (connection->parting)
+                close(connection, {kStopped, false});
+            else
+                close(connection, {orderly ? kOrderlyEnd : error.message(), true});
             return Turn::ended;
         }
         Taken taken = Taken::refused;
@@ -293,7 +318,7 @@ void Receiver::stop(Clock::time_point deadline) {
     acceptor_.close(ignored);
     acceptPause_.cancel();
     silenceTimer_.cancel();
-    finishAll();
+    asio::post(io_, [this] { finishAll(); });  // behind a connection that was taken already
 }
 
 // Agents that have connected, and may have sent, but whose turn had not come.
@@ -306,22 +331,46 @@ void Receiver::takeBacklog() {
     }
 }
 
-// Turn by turn: one who never stops sending must not use up the others' time.
+// A turn for everybody while there is time: one who never stops sending must not use up the others'.
+// True when somebody has more.
+bool Receiver::takeRound(Clock::time_point until) {
+    bool more = false;
+    for (const ConnectionPtr& each : std::vector(connections_.begin(), connections_.end()))
+        more |= Clock::now() >= until || read(each) == Turn::more;
+    return more;
+}
+
+// An agent counts as delivered what our system has acknowledged, read or not. So agents are first
+// told to send no more, and what is on its way is read until they hang up; from those who do not
+// nothing more is acknowledged, and what was is read to its end.
 void Receiver::finishAll() {
-    std::deque<ConnectionPtr> open(connections_.begin(), connections_.end());
-    for (; !open.empty() && Clock::now() < deadline_; open.pop_front()) {
-        const Turn turn = read(open.front());
-        if (turn == Turn::more) open.push_back(open.front());
-        if (turn == Turn::idle) close(open.front(), {"the server stops", false});
+    asio::error_code ignored;
+    for (const ConnectionPtr& each : connections_) {
+        each->parting = !hasHungUp(each->socket);
+        each->socket.shutdown(tcp::socket::shutdown_send, ignored);
     }
-    while (!connections_.empty() && Clock::now() < deadline_)
-        close(ConnectionPtr(connections_.front()), {"the server stops", false});
+    const Clock::time_point parted = std::min(Clock::now() + kPartingLimit, deadline_);
+    while (!connections_.empty() && Clock::now() < parted)
+        if (!takeRound(parted)) std::this_thread::sleep_for(kPartingPause);
+    for (const ConnectionPtr& each : connections_) acknowledgeNoMore(each->socket);
+    while (takeRound(deadline_) && Clock::now() < deadline_) continue;
+    while (!connections_.empty() && Clock::now() < deadline_) abandon(connections_.front());
     while (!ending_.empty() && Clock::now() < deadline_)
         if (tellEnd(*ending_.front())) ending_.pop_front();
     connections_.clear();
     ending_.clear();
     line_.clear();
     held_.clear();
+}
+
+// By a reset: the peer learns that what was not acknowledged never will be.
+void Receiver::abandon(ConnectionPtr connection) {
+    asio::error_code ignored;
+    std::string reason = kStopped;
+    if (const std::size_t unread = connection->socket.available(ignored); unread > 0)
+        reason += ", with " + std::to_string(unread) + " bytes unread";
+    connection->socket.set_option(asio::socket_base::linger(true, 0), ignored);
+    close(connection, {std::move(reason), false});
 }
 
 }  // namespace server

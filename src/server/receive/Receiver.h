@@ -59,8 +59,8 @@ public:
     const asio::ip::address& address() const { return address_; }
 
     void resume();
-    // Accepts no more, takes what has arrived already, and closes every connection. What is left at
-    // the deadline is not taken, and not told.
+    // Accepts no more, takes what has arrived already, and closes every connection, soon after the
+    // call. What is left at the deadline is not taken, and not told.
     void stop(Clock::time_point deadline);
 
 private:
@@ -83,7 +83,9 @@ private:
     void account(Connection& connection);
     void freeMemory();
     void takeBacklog();
+    bool takeRound(Clock::time_point until);
     void finishAll();
+    void abandon(ConnectionPtr connection);
 
     asio::io_context& io_;
     Owner owner_;

@@ -2,7 +2,11 @@
 #include "server/receive/Receiver.h"
 
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 
+#include <thread>
 #include <vector>
 
 namespace {
@@ -13,9 +17,11 @@ using server::ConnectionHandler;
 // Identifies itself by its first bytes and holds as many as it gets.
 class Peer final : public ConnectionHandler {
 public:
-    explicit Peer(std::vector<std::string>& ends) : ends_(ends) {}
+    Peer(std::vector<std::string>& ends, std::size_t& taken) : ends_(ends), taken_(taken) {}
     Taken received(dc2ps::Bytes untrusted) override {
         held_ += untrusted.size();
+        taken_ += untrusted.size();
+        if (held_ > kFewBytes) usleep(20);  // slower than who sends
         return Taken::all;
     }
     bool closed(const Ending& ending) override {
@@ -26,7 +32,9 @@ public:
     std::size_t heldBytes() const override { return held_; }
 
 private:
+    static constexpr std::size_t kFewBytes = 1000;
     std::vector<std::string>& ends_;
+    std::size_t& taken_;
     std::size_t held_ = 0;
 };
 
@@ -35,7 +43,7 @@ protected:
     void listen(const server::ReceiveLimits& limits) {
         receiver.emplace(io,
                          server::Receiver::Owner{
-                             [this](const std::string&) { return std::make_unique<Peer>(ends); },
+                             [this](const std::string&) { return std::make_unique<Peer>(ends, taken); },
                              [this] { ++refused; }, [] { return false; }},
                          limits);
         ASSERT_EQ(receiver->listen("127.0.0.1", 0), "");
@@ -50,6 +58,7 @@ protected:
     std::optional<server::Receiver> receiver;
     std::vector<tcp::socket> clients;
     std::vector<std::string> ends;
+    std::size_t taken = 0;
     int refused = 0;
 };
 
@@ -91,6 +100,32 @@ TEST_F(Receiving, ClosesWhoHoldsMostWhenAllHoldTooMuch) {
     asio::error_code error;
     clients[1].read_some(asio::buffer(byte), error);
     EXPECT_EQ(error, asio::error::would_block) << "the others stay";
+}
+
+// A peer that sends until it sees the end, and then still has in doubt what is not acknowledged.
+TEST_F(Receiving, TakesAllThatWasAcknowledgedBeforeItStops) {
+    listen({});
+    connect("known");
+    tcp::socket& client = clients.back();
+    std::size_t acknowledged = 5;
+    std::thread peer([&] {
+        const std::vector<char> bytes(100000);
+        const int fd = client.native_handle();
+        pollfd watch{fd, POLLOUT | POLLRDHUP, 0};
+        while (poll(&watch, 1, 1000) == 1 && (watch.revents & POLLRDHUP) == 0)
+            acknowledged += static_cast<std::size_t>(
+                std::max<ssize_t>(0, send(fd, bytes.data(), bytes.size(), MSG_DONTWAIT)));
+        int open = 1;
+        for (int i = 0; i < 1000 && open > 0; ++i, usleep(1000)) ioctl(fd, SIOCOUTQ, &open);
+        acknowledged -= static_cast<std::size_t>(open);
+        client.close();
+    });
+    io.run_for(std::chrono::milliseconds(50));
+    receiver->stop(server::Receiver::Clock::now() + std::chrono::milliseconds(500));
+    io.run();
+    peer.join();
+    EXPECT_EQ(taken, acknowledged);
+    EXPECT_EQ(ends, std::vector<std::string>{"the server stops"});
 }
 
 }  // namespace
