@@ -102,7 +102,7 @@ void receive(benchmark::State& state, server::Format format) {
             if (session.received(piece) == server::ConnectionHandler::Taken::refused)
                 state.SkipWithError("garbage");
         });
-        while (!session.closed({"", false})) continue;
+        while (session.closed({"", false}, false) != server::ConnectionHandler::Told::all) continue;
     }
     report(state, static_cast<std::int64_t>(statistics.records), stream.size());
 }

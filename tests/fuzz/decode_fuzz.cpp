@@ -38,7 +38,7 @@ std::string receive(dc2ps::Bytes stream, std::size_t piece, server::Format forma
         if (session.received(stream.subspan(at, std::min(piece, stream.size() - at))) ==
             server::ConnectionHandler::Taken::refused)
             break;
-    while (!session.closed({"end", false})) continue;
+    while (session.closed({"end", false}, false) != server::ConnectionHandler::Told::all) continue;
     output->summary(statistics);
     output->flush();
     return lines.text;

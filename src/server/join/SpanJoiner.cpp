@@ -348,6 +348,42 @@ void SpanJoiner::gc(const dc2ps::Gc& r) {
     sink_.onGc(pause);
 }
 
+void SpanJoiner::takeOver(SpanJoiner& before) {
+    before.last_ = nullptr;
+    std::erase_if(before.threads_,
+                  [&](const auto& entry) { return takeOver(before, *entry.second); });
+    lastId_ += before.lastId_;
+}
+
+bool SpanJoiner::takeOver(SpanJoiner& before, Thread& thread) {
+    std::size_t count = 0;
+    std::size_t text = 0;
+    for (const Stack* stack : {&thread.work, &thread.methods}) {
+        count += stack->size();
+        for (const auto& span : *stack) text += span->text.size();
+    }
+    if (count == 0 || openCount_ + count > limits_.maxOpen ||
+        textBytes_ + text > limits_.maxTextBytes || threads_.size() >= limits_.maxThreads)
+        return false;
+    auto& mine = threads_[thread.id];
+    if (mine && !(mine->work.empty() && mine->methods.empty())) return false;
+    if (!mine) mine = std::make_unique<Thread>();
+    mine->id = thread.id;
+    mine->work = std::move(thread.work);
+    mine->methods = std::move(thread.methods);
+    for (const Stack* stack : {&mine->work, &mine->methods}) {
+        for (const auto& span : *stack) {
+            span->id += lastId_;
+            if (span->parentId != 0) span->parentId += lastId_;
+        }
+    }
+    openCount_ += count;
+    textBytes_ += text;
+    before.openCount_ -= count;
+    before.textBytes_ -= text;
+    return true;
+}
+
 bool SpanJoiner::close(std::size_t atMost) {
     for (auto& [id, thread] : threads_) closing_.push_back(std::move(thread));
     if (!threads_.empty())

@@ -1,4 +1,5 @@
-// Joins the start and end records of one connection into spans: pieces of work with a duration.
+// Joins the start and end records of one connection, and of those that go on with it, into spans:
+// pieces of work with a duration.
 //
 // A start opens a span on its thread. An end closes the innermost open span of the same kind and
 // depth on that thread. Records get lost (full queues, a stopped capture, a connection made anew),
@@ -77,6 +78,9 @@ public:
     void method(const dc2ps::Record& record, const dc2ps::MethodStep& r);
     void dropped(const dc2ps::Dropped& r);
     void gc(const dc2ps::Gc& r);
+    // Goes on with what is open on another connection of the same agent, as far as there is room.
+    // Its pieces are numbered anew.
+    void takeOver(SpanJoiner& before);
     // The connection has ended: gives up some of what is open, thread by thread, until atMost
     // pieces have been told. True when nothing is left.
     bool close(std::size_t atMost = SIZE_MAX);
@@ -90,6 +94,7 @@ private:
     using Stack = std::vector<std::unique_ptr<Open>>;  // innermost last
 
     Thread& threadOf(std::uint32_t id);
+    bool takeOver(SpanJoiner& before, Thread& thread);
     void startRequest(Thread& thread, SpanKind kind, int depth, const dc2ps::Record& record);
     void startLooseRequest(Thread& thread, SpanKind kind, int depth, const dc2ps::Record& record);
     void startCall(Thread& thread, SpanKind kind, int depth, const dc2ps::Record& record);

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::size_t kWrittenPerTurn = 256u << 10;  // bytes
 constexpr std::size_t kToldPerTurn = 256;            // pieces of work that are given up
+constexpr std::size_t kMaxWaiting = 64;              // as many as an agent has connections
 constexpr std::int32_t kMaxMqiCalls = 256;           // as many as there are types of calls
 
 }  // namespace
@@ -29,7 +30,9 @@ AgentSession::AgentSession(SessionServices& services, std::uint64_t connection, 
     if (services_.recorder) recorded_ = services_.recorder->streamOf(connection);
 }
 
-AgentSession::~AgentSession() = default;
+AgentSession::~AgentSession() {
+    waitNoLonger();
+}
 
 AgentSession::Taken AgentSession::received(dc2ps::Bytes untrusted) {
     if (recorded_) recorded_->write(untrusted);
@@ -49,7 +52,10 @@ AgentSession::Taken AgentSession::received(dc2ps::Bytes untrusted) {
     return written > kWrittenPerTurn ? Taken::enough : Taken::all;
 }
 
-bool AgentSession::closed(const Ending& ending) {
+AgentSession::Told AgentSession::closed(const Ending& ending, bool mayWait) {
+    if (endMillis_ == 0) endMillis_ = services_.nowMillis();
+    if (mayWait && waits(ending)) return Told::waits;
+    waitNoLonger();
     if (!ending_) {
         agent_.openAtEnd = joiner_.openCount();
         agent_.ending = ending.byPeer ? AgentEnding::orderly : AgentEnding::byServer;
@@ -57,17 +63,57 @@ bool AgentSession::closed(const Ending& ending) {
         ending_ = true;
     }
     const bool all = joiner_.close(kToldPerTurn);
-    if (all)
-        services_.output.agent(agent_, AgentEvent::disconnected, endReason_, services_.nowMillis());
+    if (all) services_.output.agent(agent_, AgentEvent::disconnected, endReason_, endMillis_);
     services_.output.flush();
-    return all;
+    return all ? Told::all : Told::some;
+}
+
+bool AgentSession::betweenPackets() {
+    return decoder_.feed({}, *this).status != FeedResult::Status::needMore;
+}
+
+// What tells one agent process from another, as far as it tells. The port of its end is another one
+// each time.
+std::string AgentSession::identity() const {
+    std::string identity = agent_.peer.substr(0, agent_.peer.rfind(':'));
+    for (const std::string* text :
+         {&agent_.node, &agent_.server, &agent_.componentId, &agent_.cluster}) {
+        identity += '\0';
+        identity += *text;
+    }
+    identity += '\0';
+    dc2ps::appendNumber(identity, std::int64_t{agent_.adminPort});
+    return identity += agent_.standalone ? 's' : 'a';
+}
+
+// An agent that makes its connection anew ends what is open here over its next one.
+bool AgentSession::waits(const Ending& ending) {
+    if (ending_ || !agent_.known || !ending.byPeer || ending.reason != kOrderlyEnd ||
+        joiner_.openCount() == 0 || !betweenPackets())
+        return false;
+    if (waiting_) return true;
+    const std::string key = identity();
+    if (services_.waiting.count(key) >= kMaxWaiting) return false;
+    services_.waiting.emplace(key, this);
+    return waiting_ = true;
+}
+
+void AgentSession::waitNoLonger() {
+    if (waiting_)
+        std::erase_if(services_.waiting,
+                      [this](const auto& entry) { return entry.second == this; });
+    waiting_ = false;
+}
+
+void AgentSession::takeOver() {
+    const auto [from, to] = services_.waiting.equal_range(identity());
+    for (auto each = from; each != to; ++each) joiner_.takeOver(each->second->joiner_);
 }
 
 // A peer that has something under way does not leave of its own accord.
 std::string AgentSession::describe(const Ending& ending) {
     std::string reason = ending.reason;
-    const FeedResult last = decoder_.feed({}, *this);
-    if (last.status == FeedResult::Status::needMore && agent_.bytes > 0) {
+    if (!betweenPackets() && agent_.bytes > 0) {
         reason += ", in the middle of a packet";
     } else if (agent_.openAtEnd > 0 && ending.byPeer) {
         reason += ", with work open: ";
@@ -154,6 +200,7 @@ void AgentSession::take(const dc2ps::ServerInit& init) {
     agent_.adminPort = init.adminPort;
     services_.output.agent(agent_, again ? AgentEvent::reannounced : AgentEvent::connected, {},
                            services_.nowMillis());
+    takeOver();
 }
 
 void AgentSession::onSpan(const Span& span) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -17,6 +18,7 @@
 
 namespace server {
 
+class AgentSession;
 class StreamRecorder;
 
 // What all sessions share; outlives them.
@@ -27,6 +29,8 @@ struct SessionServices {
     StreamRecorder* recorder = nullptr;       // null: nothing is recorded
     dc2ps::Limits decodeLimits{};
     JoinLimits joinLimits{};
+    // Those whose connection has ended with work open, by who they were.
+    std::multimap<std::string, AgentSession*> waiting{};
 };
 
 class AgentSession final : public ConnectionHandler, dc2ps::RecordSink, SpanSink {
@@ -35,7 +39,7 @@ public:
     ~AgentSession() override;
 
     Taken received(dc2ps::Bytes untrusted) override;
-    bool closed(const Ending& ending) override;
+    Told closed(const Ending& ending, bool mayWait) override;
     bool identified() const override { return agent_.known; }
     std::size_t heldBytes() const override;
 
@@ -48,12 +52,19 @@ private:
     void takePacket();
     void note(dc2ps::Mqi mqi);
     std::string describe(const Ending& ending);
+    bool betweenPackets();
+    std::string identity() const;
+    bool waits(const Ending& ending);
+    void waitNoLonger();
+    void takeOver();
 
     SessionServices& services_;
     Agent agent_;
     AgentNames names_;
     bool toldUnidentified_ = false;
     bool ending_ = false;
+    bool waiting_ = false;
+    std::int64_t endMillis_ = 0;  // 0: it has not ended
     std::string endReason_;
     dc2ps::StreamDecoder decoder_;
     std::size_t mostUndecoded_ = 0;  // bytes kept by the decoder at a time, since it kept none

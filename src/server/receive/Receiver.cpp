@@ -16,6 +16,7 @@ namespace server {
 using asio::ip::tcp;
 using Ending = ConnectionHandler::Ending;
 using Taken = ConnectionHandler::Taken;
+using Told = ConnectionHandler::Told;
 
 struct Receiver::Connection {
     Connection(tcp::socket s, std::string p) : socket(std::move(s)), peer(std::move(p)) {}
@@ -28,6 +29,7 @@ struct Receiver::Connection {
     std::size_t heldBytes = 0;
     bool parting = false;  // we hung up first
     Ending ending;
+    Clock::time_point waitsUntil{};  // for a connection that goes on with its work
 };
 
 namespace {
@@ -146,9 +148,7 @@ void Receiver::accepted(tcp::socket socket) {
 // False: every place is taken by somebody who has said who it is.
 bool Receiver::makePlace(const std::string& peer) {
     const auto isPeer = [&](const ConnectionPtr& each) { return each->peer == peer; };
-    const bool peerIsFull =
-        static_cast<std::size_t>(std::count_if(connections_.begin(), connections_.end(), isPeer)) >=
-        limits_.connectionsPerPeer;
+    const bool peerIsFull = isFull(connections_, peer);
     if (!peerIsFull && connections_.size() < limits_.connections) return true;
     const auto oldest =
         std::find_if(connections_.begin(), connections_.end(), [&](const ConnectionPtr& each) {
@@ -234,20 +234,58 @@ void Receiver::close(const ConnectionPtr& connection, Ending ending) {
     connection->socket.close(ignored);
     connections_.remove(connection);
     heldBytes_ -= connection->heldBytes;
+    connection->heldBytes = 0;
     connection->ending = std::move(ending);
-    if (tellEnd(*connection)) return;
-    ending_.push_back(connection);
+    if (hasRoomToWait(connection->peer)) connection->waitsUntil = Clock::now() + limits_.handover;
+    awaitOrTell(connection);
+}
+
+void Receiver::awaitOrTell(const ConnectionPtr& connection) {
+    switch (tellEnd(*connection)) {
+        case Told::all:
+            return;
+        case Told::some:
+            ending_.push_back(connection);
+            return scheduleStep();
+        case Told::waits:
+            account(*connection);
+            waiting_.push_back(connection);
+    }
+}
+
+// It may have been gone on with, or its time may be over.
+void Receiver::tellWaiting() {
+    for (const ConnectionPtr& each : std::exchange(waiting_, {})) {
+        heldBytes_ -= each->heldBytes;
+        each->heldBytes = 0;
+        if (!stopped_ && Clock::now() < each->waitsUntil)
+            awaitOrTell(each);
+        else
+            ending_.push_back(each);  // all at once would be much to tell
+    }
     scheduleStep();
 }
 
-// True when all is told.
-bool Receiver::tellEnd(Connection& connection) {
+Told Receiver::tellEnd(Connection& connection) {
+    Told told = Told::all;
     try {
-        if (!connection.handler->closed(connection.ending)) return false;
+        told = connection.handler->closed(connection.ending,
+                                          !stopped_ && Clock::now() < connection.waitsUntil);
     } catch (const std::exception&) {  // out of memory: then nothing more can be told of it
     }
-    connection.handler.reset();
-    return true;
+    if (told == Told::all) connection.handler.reset();
+    return told;
+}
+
+// As many may wait as may be connected.
+bool Receiver::hasRoomToWait(const std::string& peer) const {
+    return waiting_.size() < limits_.connections && !isFull(waiting_, peer);
+}
+
+bool Receiver::isFull(const std::list<ConnectionPtr>& list, const std::string& peer) const {
+    const auto ofPeer = std::count_if(
+        list.begin(), list.end(), [&](const ConnectionPtr& each) { return each->peer == peer; });
+    return static_cast<std::size_t>(ofPeer) >= limits_.connectionsPerPeer;
 }
 
 // One turn for those that wait in line, and one part of an end. Between two steps everybody who is
@@ -255,7 +293,7 @@ bool Receiver::tellEnd(Connection& connection) {
 void Receiver::step() {
     stepScheduled_ = false;
     if (stopped_ || owner_.crowded()) return;
-    if (!ending_.empty() && tellEnd(*ending_.front())) ending_.pop_front();
+    if (!ending_.empty() && tellEnd(*ending_.front()) == Told::all) ending_.pop_front();
     while (!line_.empty()) {
         const ConnectionPtr next = std::move(line_.front());
         line_.pop_front();
@@ -288,6 +326,7 @@ void Receiver::watchSilence() {
             if (each->since < latest && !each->handler->identified()) silent.push_back(each);
         for (const ConnectionPtr& each : silent)
             close(each, {"closed: it has not said who it is", false});
+        tellWaiting();
         watchSilence();
     });
 }
@@ -299,14 +338,19 @@ void Receiver::account(Connection& connection) {
 }
 
 void Receiver::freeMemory() {
+    std::vector<ConnectionPtr> all(connections_.begin(), connections_.end());
+    all.insert(all.end(), waiting_.begin(), waiting_.end());
     std::map<std::string, std::size_t> byPeer;
-    for (const ConnectionPtr& each : connections_) byPeer[each->peer] += each->heldBytes;
-    const auto most = std::max_element(connections_.begin(), connections_.end(),
-                                       [&](const ConnectionPtr& a, const ConnectionPtr& b) {
-                                           return std::pair(byPeer[a->peer], a->heldBytes) <
-                                                  std::pair(byPeer[b->peer], b->heldBytes);
-                                       });
-    close(ConnectionPtr(*most), {"closed: it held the most of the memory for all", false});
+    for (const ConnectionPtr& each : all) byPeer[each->peer] += each->heldBytes;
+    const ConnectionPtr most = *std::max_element(
+        all.begin(), all.end(), [&](const ConnectionPtr& a, const ConnectionPtr& b) {
+            return std::pair(byPeer[a->peer], a->heldBytes) <
+                   std::pair(byPeer[b->peer], b->heldBytes);
+        });
+    if (most->socket.is_open())
+        return close(most, {"closed: it held the most of the memory for all", false});
+    most->waitsUntil = {};
+    tellWaiting();
 }
 
 void Receiver::stop(Clock::time_point deadline) {
@@ -331,8 +375,8 @@ void Receiver::takeBacklog() {
     }
 }
 
-// A turn for everybody while there is time: one who never stops sending must not use up the others'.
-// True when somebody has more.
+// A turn for everybody while there is time: one who never stops sending must not use up the
+// others'. True when somebody has more.
 bool Receiver::takeRound(Clock::time_point until) {
     bool more = false;
     for (const ConnectionPtr& each : std::vector(connections_.begin(), connections_.end()))
@@ -355,9 +399,11 @@ void Receiver::finishAll() {
     for (const ConnectionPtr& each : connections_) acknowledgeNoMore(each->socket);
     while (takeRound(deadline_) && Clock::now() < deadline_) continue;
     while (!connections_.empty() && Clock::now() < deadline_) abandon(connections_.front());
+    tellWaiting();
     while (!ending_.empty() && Clock::now() < deadline_)
-        if (tellEnd(*ending_.front())) ending_.pop_front();
+        if (tellEnd(*ending_.front()) == Told::all) ending_.pop_front();
     connections_.clear();
+    waiting_.clear();
     ending_.clear();
     line_.clear();
     held_.clear();

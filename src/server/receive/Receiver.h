@@ -9,7 +9,10 @@
 //   - connections have a limit, in all and for each peer address (of IPv6 its first 64 bits). When
 //     it is reached, the oldest that has not said who it is gives up its place.
 //   - one that has not said who it is in time is closed.
-//   - all connections together have a limit of memory. Beyond it the address that holds the most
+//   - those that have ended but wait for another to go on with their work have the same limits of
+//     number, and a limit of time.
+//   - all connections together, those that wait included, have a limit of memory. Beyond it the
+//   address that holds the most
 //     loses the connection that holds the most.
 // Threads: everything happens on the thread that runs the io_context.
 #pragma once
@@ -33,6 +36,7 @@ struct ReceiveLimits {
     std::size_t connectionsPerPeer = 128;
     std::chrono::milliseconds silence{30000};  // until a connection has said who it is
     std::size_t memory = 512u << 20;           // bytes, of all connections together
+    std::chrono::milliseconds handover{5000};  // until work left open is gone on with
 };
 
 class Receiver {
@@ -76,7 +80,11 @@ private:
     void takeTurn(const ConnectionPtr& connection);
     Turn read(const ConnectionPtr& connection);
     void close(const ConnectionPtr& connection, ConnectionHandler::Ending ending);
-    bool tellEnd(Connection& connection);
+    bool hasRoomToWait(const std::string& peer) const;
+    bool isFull(const std::list<ConnectionPtr>& list, const std::string& peer) const;
+    ConnectionHandler::Told tellEnd(Connection& connection);
+    void awaitOrTell(const ConnectionPtr& connection);
+    void tellWaiting();
     void step();
     void scheduleStep();
     void watchSilence();
@@ -95,9 +103,10 @@ private:
     asio::steady_timer silenceTimer_;
     std::list<ConnectionPtr> connections_;  // oldest first
     std::deque<ConnectionPtr> line_;        // those that wait for a turn of their own
+    std::list<ConnectionPtr> waiting_;      // closed, may be gone on with; oldest first
     std::deque<ConnectionPtr> ending_;      // closed, but not all of it told
     std::vector<ConnectionPtr> held_;       // ready, but the output is crowded
-    std::size_t heldBytes_ = 0;             // of connections_
+    std::size_t heldBytes_ = 0;             // of connections_ and waiting_
     std::vector<std::uint8_t> buffer_;
     std::uint16_t port_ = 0;
     asio::ip::address address_;

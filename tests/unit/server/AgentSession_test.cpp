@@ -38,7 +38,7 @@ public:
         hangUp();
     }
     void hangUp() {
-        while (!session.closed({kOrderlyEnd, true})) continue;
+        while (session.closed({kOrderlyEnd, true}, false) != ConnectionHandler::Told::all) continue;
     }
 
     Lines lines;
@@ -214,7 +214,8 @@ TEST(Session, ShowsTheSameHoweverTheStreamIsCut) {
 TEST(Session, ClosesAfterGarbageAndKeepsWhatCameBefore) {
     Session s(Format::json);
     EXPECT_FALSE(s.feed(byhand::joined({agentStream(), byhand::hex("FF")})));
-    EXPECT_TRUE(s.session.closed({"closed because of what it sent", false}));
+    EXPECT_EQ(s.session.closed({"closed because of what it sent", false}, true),
+              ConnectionHandler::Told::all);
     EXPECT_EQ(s.lines.with(R"("type":"request")").size(), 2u);
     const std::vector<std::string> garbage = s.lines.with(R"("type":"garbage")");
     ASSERT_EQ(garbage.size(), 1u);
@@ -273,6 +274,47 @@ TEST(Session, KeepsOpenWorkWhenTheAgentAnnouncesItselfAgain) {
     EXPECT_EQ(s.lines.with(R"("event":"connected")").size(), 1u);
     EXPECT_EQ(s.lines.with(R"("event":"reannounced")").size(), 1u);
     EXPECT_EQ(s.lines.with(R"("outcome":"ok")").size(), 1u);
+}
+
+// An agent that makes its connection anew ends over the next one what is open on this one.
+TEST(Session, IsGoneOnWithByTheNextConnectionOfTheSameAgent) {
+    using Told = ConnectionHandler::Told;
+    const struct {
+        const char* peer;
+        const char* node;
+        bool whole, goesOn;
+    } cases[] = {{"10.0.0.7:99", "node", true, true},
+                 {"10.0.0.8:99", "node", true, false},
+                 {"10.0.0.7:99", "other", true, false},
+                 {"10.0.0.7:99", "node", false, false}};
+    for (const auto& each : cases) {
+        Session s(Format::json);
+        EXPECT_TRUE(s.feed(byhand::joined(
+            {byhand::initPacket("node"),
+             byhand::packet({byhand::servletStart({1, 1, 0, 0}, "n", "a", "/outer"),
+                             byhand::servletStart({1, 2, 1000, 0}, "n", "a", "/inner")}),
+             byhand::hex(each.whole ? "" : "00")})));
+        EXPECT_EQ(s.session.closed({kOrderlyEnd, true}, true),
+                  each.whole ? Told::waits : Told::all);
+        AgentSession next(s.services, 2, each.peer);
+        EXPECT_EQ(next.received(byhand::joined(
+                      {byhand::initPacket(each.node),
+                       byhand::packet({byhand::servletStart({2, 1, 0, 0}, "n", "a", "/own"),
+                                       byhand::timed(5, {1, 2, 3000, 0}),
+                                       byhand::timed(5, {1, 1, 4000, 0})})})),
+                  ConnectionHandler::Taken::all);
+        if (each.whole) s.hangUp();
+        const std::size_t ok = each.goesOn ? 2 : 0;
+        EXPECT_EQ(s.lines.with(R"("outcome":"ok")").size(), ok);
+        EXPECT_EQ(s.lines.with(R"("why":"disconnected")").size(), 2 - ok);
+        EXPECT_EQ(s.lines.with(R"("outcome":"noStart")").size(), 2 - ok);
+        EXPECT_EQ(s.lines.with(R"("end":"orderly","open":0})").size(), each.goesOn ? 1u : 0u);
+        if (!each.goesOn) continue;
+        EXPECT_NE(s.lines.with("/inner")[0].find(R"("id":2,"parent":1,"level":1,"wallMs":2.000)"),
+                  std::string::npos)
+            << s.lines.text;
+        EXPECT_EQ(next.closed({kOrderlyEnd, true}, true), Told::waits) << "its own is open";
+    }
 }
 
 struct LabelCase {
@@ -351,7 +393,7 @@ TEST(Fanout, TellsAllOutputsTheSame) {
     AgentSession session(services, 1, "peer");
     EXPECT_NE(session.received(agentStream()), ConnectionHandler::Taken::refused);
     EXPECT_NE(session.received(byhand::hex("FF")), ConnectionHandler::Taken::all);
-    EXPECT_TRUE(session.closed({kOrderlyEnd, true}));
+    EXPECT_EQ(session.closed({kOrderlyEnd, true}, true), ConnectionHandler::Told::all);
     both.summary(statistics);
     both.flush();
     EXPECT_EQ(first.with("\"type\"").size(), 13u);

@@ -24,9 +24,9 @@ public:
         if (held_ > kFewBytes) usleep(20);  // slower than who sends
         return Taken::all;
     }
-    bool closed(const Ending& ending) override {
+    Told closed(const Ending& ending, bool) override {
         ends_.push_back(ending.reason);
-        return true;
+        return Told::all;
     }
     bool identified() const override { return held_ > 0; }
     std::size_t heldBytes() const override { return held_; }
@@ -42,9 +42,10 @@ class Receiving : public testing::Test {
 protected:
     void listen(const server::ReceiveLimits& limits) {
         receiver.emplace(io,
-                         server::Receiver::Owner{
-                             [this](const std::string&) { return std::make_unique<Peer>(ends, taken); },
-                             [this] { ++refused; }, [] { return false; }},
+                         server::Receiver::Owner{[this](const std::string&) {
+                                                     return std::make_unique<Peer>(ends, taken);
+                                                 },
+                                                 [this] { ++refused; }, [] { return false; }},
                          limits);
         ASSERT_EQ(receiver->listen("127.0.0.1", 0), "");
     }
