@@ -1,5 +1,6 @@
 """The ways in: whichever flag names the agent, it comes up once, knows who it is and leaves no trace in the environment."""
 
+import os
 import shutil
 import unittest
 
@@ -92,17 +93,18 @@ class LaunchTest(JvmTest):
 
     def test_an_application_of_named_modules_runs_and_is_told_how_to_be_monitored(self):
         import subprocess
+        add = ["--add-modules", "java.instrument"]
         for major, jdk in jdks():
-            for extra, monitored in (([], False), (["--add-modules", "java.instrument"], True)):
-                with self.subTest(jdk=major, monitored=monitored):
-                    home = self.home(name=f"home-{major}-{monitored}")
+            for extra, variable, monitored in (([], "", False), (add, "", True), ([], " ".join(add), True)):
+                with self.subTest(jdk=major, extra=extra, variable=variable):
+                    home = self.home(name=f"home-{major}-{len(extra)}-{len(variable)}")
                     result = subprocess.run(
                         [str(jdk / "bin" / "java"), f"-agentpath:{home}/lib/libvelora_agent.so=ps=127.0.0.1:1", *extra,
                          "-m", "jdk.compiler/com.sun.tools.javac.Main", "-version"],
-                        capture_output=True, text=True, timeout=60)
+                        capture_output=True, text=True, timeout=60, env={**os.environ, "JDK_JAVA_OPTIONS": variable})
                     self.assertEqual(0, result.returncode, result.stderr)
                     self.assertIn("javac", result.stdout + result.stderr)
-                    self.assertEqual(monitored, "--add-modules java.instrument" not in result.stderr)
+                    self.assertEqual(monitored, "start the application with --add-modules java.instrument" not in result.stderr)
 
 
 if __name__ == "__main__":

@@ -50,8 +50,9 @@ class VirtualThreadsTest(JvmTest):
                         outer, inner = by_url[f"/outer/{number}"], by_url[f"/inner/{number}"]
                         asked = number % 4 * 10  # ms, half of it within the inner request
                         self.assertLess(asked * 0.4, outer["cpuMs"] + 0.001, outer)
-                        self.assertLess(outer["cpuMs"], asked * 3 + 5, outer)
-                        self.assertLess(inner["cpuMs"], asked * 1.5 + 4, inner)
+                        # A carrier's time would be seconds; what a first call loads and compiles is a thread's own.
+                        self.assertLess(outer["cpuMs"], asked * 3 + 100, outer)
+                        self.assertLess(inner["cpuMs"], asked * 1.5 + 100, inner)
                     ids = {r["thread"] for r in requests}
                     self.assertLess(len(ids), THREADS + 500, "ended threads leave their ids to others")
                     self.assertLess(memory["after"], memory["before"] + 20000, "records of ended threads are gone")

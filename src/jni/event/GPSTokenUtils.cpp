@@ -164,6 +164,16 @@ void GPSTokenUtils::initGPSCounterFile() {
     initCounterFileLocked();
 }
 
+void GPSTokenUtils::forget() {
+    regionId = 0;
+    gpsMask = 0xFFFFFFFFU;
+    gpsCushion = kDefaultCushion;
+    counterFile.clear();
+    tokenPtr[kNext] = tokenPtr[kCeiling] = 0;
+    notedToken = 0;
+    notedCount = 0;
+}
+
 std::string GPSTokenUtils::counterFilePath() {
     std::string path = orDefault(Identity::home(), "/velora");
     path += "/etc/";

@@ -39,4 +39,8 @@ public:
 
     // <home>/etc/<node>.<server>.veloraGpsCounter.txt; a missing part is named as at start-up.
     static std::string counterFilePath();
+
+private:
+    friend class GPSTokenAccess;  // tests, which leave the process as they found it
+    static void forget();         // as before the first set-up
 };

@@ -259,10 +259,9 @@ void NetworkAgent::sendPacket(NetworkAgentData& packet) {
 // What an earlier connection has left waits until this one's initial records are in front of it.
 bool NetworkAgent::waitsForInit() {
     if (!needsInit()) return false;
-    dataQueue_.enterLock();
+    const VelLockGuard hold(dataQueue_.lock());
     NetworkAgentData* const head = VelListIter<NetworkAgentData*>(&dataQueue_).next();
     const unsigned long builtFor = head != nullptr ? head->getInfo().connection : 0;
-    dataQueue_.exitLock();
     return builtFor != 0 && builtFor != connection();
 }
 

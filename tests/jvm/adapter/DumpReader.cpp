@@ -304,6 +304,13 @@ std::string DumpReader::element(jlong array, jlong index) const {
     return value(at + 14 + widthOf(kind) * static_cast<std::size_t>(index), kind);
 }
 
+std::string DumpReader::interfaces(jlong type, std::size_t at) const {
+    std::string ids;
+    for (jint i = 0; i < classes_.at(type).interfaces; ++i)
+        ids += " " + value(at + 8 * static_cast<std::size_t>(i), 'L');
+    return ids;
+}
+
 std::string DumpReader::kind(jlong object) const {
     const auto record = objects_.find(object);
     if (record == objects_.end()) return "absent";
@@ -317,7 +324,7 @@ std::string DumpReader::kind(jlong object) const {
         case JVMPI_GC_PRIM_ARRAY_DUMP:
             return "primitives " + count + " " + std::to_string(get<std::uint8_t>(at + 13));
         case JVMPI_GC_CLASS_DUMP:
-            return "class " + value(at + 9, 'L');
+            return "class " + value(at + 9, 'L') + interfaces(object, at + 61);
         default:
             return "level 0, type " + std::to_string(get<std::uint8_t>(at));
     }

@@ -27,7 +27,7 @@ public:
     std::string element(jlong array, jlong index) const;
 
     // "instance <class id>", "objects <count> <element class id>", "primitives <count> <type>",
-    // "class <super id>" or "absent".
+    // "class <super id> <interface ids>" or "absent".
     std::string kind(jlong object) const;
 
     // "name count" per class of instances.
@@ -71,6 +71,7 @@ private:
     template <typename T>
     T get(std::size_t at) const;
     std::string value(std::size_t at, char kind) const;
+    std::string interfaces(jlong type, std::size_t at) const;
     std::size_t instanceBytes(jlong type) const;
 
     JVMPI_Interface* jvmpi_ = nullptr;

@@ -5,8 +5,10 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "support/CaptureFixture.h"
+#include "support/ReadBack.h"
 
 namespace {
 
@@ -83,6 +85,42 @@ TEST_F(GPSTokenTest, RestartGoesOnAboveEverySavedToken) {
     GPSTokenUtils::saveGPSToken(last);
     GPSTokenUtils::setUpGps("1");  // reads the file again, as a new process would
     EXPECT_GT(GPSTokenUtils::getToken(), last);
+}
+
+TEST_F(GPSTokenTest, OnlyTheRecordThatIssuesATokenNotesIt) {
+    GPSTokenUtils::setUpGps("1");
+    for (const EventSubType phase : {CONNECT, COMPLETE, END, START}) {
+        GPSEvent event(phase);
+        event.token = GPSTokenUtils::getToken() + 1;
+        EXPECT_GT(event.encodedSize(), 0U);  // measured only: nothing that a server can know yet
+        GPSTokenUtils::saveNotedTokens();
+        EXPECT_EQ(content(), "0");
+        EXPECT_NE(readback::bytesOf(event), "");
+        GPSTokenUtils::saveNotedTokens();
+        EXPECT_EQ(content(), phase == START ? "200" : "0") << phase;
+    }
+}
+
+// One packet after the other: the mark ends above the highest token of each, and never moves by
+// more steps than there are tokens, as one that has run over into the region bits stays above it.
+TEST_F(GPSTokenTest, NotedTokensMoveTheMarkStepByStep) {
+    struct Packet {
+        std::vector<unsigned> tokens;  // counted from the first
+        const char* saved;
+    };
+    GPSTokenUtils::setUpGps("1");
+    const unsigned first = GPSTokenUtils::getToken();
+    for (const Packet& packet : std::vector<Packet>{{{}, "0"},
+                                                    {{0}, "0"},
+                                                    {{1, 2, 3}, "200"},
+                                                    {{}, "200"},
+                                                    {{450, 199, 201}, "600"},
+                                                    {{7}, "600"},
+                                                    {{0x7FFFFFFF, 5}, "1000"}}) {
+        for (const unsigned token : packet.tokens) GPSTokenUtils::noteToken(first + token);
+        GPSTokenUtils::saveNotedTokens();
+        EXPECT_EQ(content(), packet.saved) << ::testing::PrintToString(packet.tokens);
+    }
 }
 
 struct CushionCase {

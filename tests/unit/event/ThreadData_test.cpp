@@ -10,14 +10,10 @@
 #include "event/ThreadMgr.h"
 #include "foundation/PropertyMgr.h"
 #include "foundation/Utils.h"
+#include "support/ThreadDataProbe.h"
 #include "support/VelFixture.h"
 #include "transport/MemoryMonitor.h"
 #include "unit/event/EventMaking.h"
-
-class ThreadDataProbe {
-public:
-    static void limit(long events) { ThreadData::queueLimit_ = events; }
-};
 
 namespace {
 

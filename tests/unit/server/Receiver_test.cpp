@@ -73,6 +73,22 @@ TEST_F(Receiving, ClosesWhoHasNotSaidWhoItIsInTime) {
     EXPECT_EQ(ends, std::vector<std::string>{"closed: it has not said who it is"});
 }
 
+// An agent whose host has died says nothing at all: only the kernel's probes find it out.
+TEST_F(Receiving, HasItsConnectionsProbed) {
+    listen({});
+    connect("known");
+    int probed = 0;  // of our end: the descriptor whose peer is the client
+    for (int fd = 0; fd < 1024; ++fd) {
+        sockaddr_in peer{};
+        socklen_t size = sizeof peer;
+        if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0) continue;
+        if (ntohs(peer.sin_port) != clients[0].local_endpoint().port()) continue;
+        size = sizeof probed;
+        EXPECT_EQ(getsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &probed, &size), 0);
+    }
+    EXPECT_EQ(probed, 1);
+}
+
 TEST_F(Receiving, GivesThePlaceOfTheOldestUnknownToANewOne) {
     server::ReceiveLimits limits;
     limits.connectionsPerPeer = 2;

@@ -175,10 +175,13 @@ final class Dump {
     }
 
     private static void classes() {
-        Check.equal("class " + TestAgent.idOf(Base.class), TestAgent.dumpKind(TestAgent.idOf(Heir.class)));
-        Check.equal("class " + TestAgent.idOf(Object.class), TestAgent.dumpKind(TestAgent.idOf(Base.class)));
+        long lonely = TestAgent.idOf(Lonely.class);
+        Check.equal("class " + TestAgent.idOf(Base.class) + " " + TestAgent.idOf(Both.class) + " "
+                + TestAgent.idOf(Runnable.class), TestAgent.dumpKind(TestAgent.idOf(Heir.class)));
+        Check.equal("class " + TestAgent.idOf(Object.class) + " " + lonely,
+                TestAgent.dumpKind(TestAgent.idOf(Base.class)));
         Check.equal("class 0", TestAgent.dumpKind(TestAgent.idOf(Object.class)));
-        Check.equal("class 0", TestAgent.dumpKind(TestAgent.idOf(Lonely.class)));
+        Check.equal("class 0", TestAgent.dumpKind(lonely));
         Check.equal("absent", TestAgent.dumpKind(TestAgent.idOf(int[].class)));
         Check.equal("absent", TestAgent.dumpKind(TestAgent.idOf(int.class)));
     }
