@@ -70,6 +70,7 @@ public:
     static void setComponentId(const char* id);  // ignores null and empty
 
 private:
+    friend class ProbeMgrAccess;  // tests, which leave the process as they found it
     ProbeMgr();
 
     bool createTable_ = true;  // the class and method tables still have to be made

@@ -30,6 +30,7 @@ public:
     static void pushMethodsToPS(JNIEnv* env) { getInstance().resendAll(env); }
 
 private:
+    friend class PortalMethodAccess;  // tests, which leave the process as they found it
     PortalMethodMgr();
 
     static constexpr int kMaxIds = 127;

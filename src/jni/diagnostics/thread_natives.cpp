@@ -17,6 +17,8 @@
 #include "instrument/class.h"
 #include "instrument/method.h"
 
+std::atomic<jclass> javastring{nullptr};
+
 namespace {
 
 constexpr jint kDeepestTrace = 32768;  // frames; keeps an absurd request off the Java heap
@@ -31,9 +33,6 @@ enum ThreadStatus : jint {
 
 constexpr jint kNoThreadDump = -1;
 constexpr std::size_t kFileNameSize = 256;
-
-// java/lang/String, looked up on first use and kept for the life of the process.
-std::atomic<jclass> javastring{nullptr};
 
 // A local reference that goes with its scope.
 class LocalRef {

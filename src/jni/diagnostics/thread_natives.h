@@ -7,10 +7,15 @@
 
 #include <jni.h>
 
+#include <atomic>
+
 // Writes the file name (256 bytes) and offset of a new thread dump; 0, or an error code.
 using ThreadDumpGenerator = int (*)(JNIEnv* env, char* filename, long* offset);
 // What the native does, with any generator: this platform's makes no dump.
 jint dumpThreads(JNIEnv* env, jobject info, ThreadDumpGenerator generate);
+
+// java/lang/String, looked up on first use and kept for the life of the process.
+extern std::atomic<jclass> javastring;
 
 extern "C" {
 

@@ -16,6 +16,7 @@ std::atomic<VelOsLock*> class_list_lock{nullptr};
 std::atomic<VelOsLock*> ClassSequenceLock{nullptr};
 ULONG ClassSequenceID = 0;
 std::atomic<ULONG> cleanupCounter{0};
+std::atomic<char> nameSeparator{'\0'};  // of the first name seen
 
 std::atomic<VelOsLock*> jclass_t::unLoadLock_{nullptr};
 std::atomic<bool> jclass_t::isCleanupInProgress_{false};
@@ -354,11 +355,10 @@ ULONG getCurrentClassSequence() {
 void translateSeparator(char* name) {
     VEL_TRACE("translateSeparator(char*)");
     if (name == nullptr) return;
-    static std::atomic<char> separator{'\0'};
-    char decided = separator.load(std::memory_order_relaxed);
+    char decided = nameSeparator.load(std::memory_order_relaxed);
     if (decided == '\0') {
         const char mine = std::strchr(name, '.') != nullptr ? '.' : '/';
-        if (separator.compare_exchange_strong(decided, mine)) decided = mine;
+        if (nameSeparator.compare_exchange_strong(decided, mine)) decided = mine;
     }
     if (decided != '/') std::replace(name, name + std::strlen(name), '.', '/');
 }

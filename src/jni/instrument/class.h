@@ -81,6 +81,7 @@ extern std::atomic<VelOsLock*> class_list_lock;
 extern std::atomic<VelOsLock*> ClassSequenceLock;
 extern ULONG ClassSequenceID;              // last number handed out; guarded by ClassSequenceLock
 extern std::atomic<ULONG> cleanupCounter;  // unloads since the last sweep
+extern std::atomic<char> nameSeparator;    // '\0' until the first name
 
 // The pointers themselves are atomics: they are set by the thread that starts the custom service
 // and read by threads that nothing orders after it.

@@ -82,6 +82,7 @@ public:
     static void writeGatedCalls(bool everything);
 
 private:
+    friend class MemoryMonitorAccess;  // tests, which leave the process as they found it
     static void initializeSizes();
     void readProperties();
     static void setResetTimer();
