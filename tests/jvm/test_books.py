@@ -59,7 +59,6 @@ class BooksTest(JvmTest):
                     "internal.probe.event.queue.size.limit": 100000}, rate=1000)
                 self.assertEqual((0, 0), self.settle(program, [server])[1:])
                 self.assertGreater(len([a for a in server.objects("agent") if a["event"] == "connected"]), 2)
-                self.assertEqual({"ok"}, {r["outcome"] for r in server.objects("request")})
 
     def test_a_server_that_stands_still_is_left(self):
         first, second = self.server(), self.server(name="second")

@@ -237,6 +237,28 @@ TEST_F(PublishServer, TakesWhatHasArrivedBeforeItStops) {
     EXPECT_EQ(program.objects("agent").back()["reason"], "the server stops");
 }
 
+TEST_F(PublishServer, GoesOnWithOpenWorkOverTheNextConnection) {
+    Program program(arguments(), output);
+    const int port = program.awaitPort();
+    for (const auto& records : {start(1, "/over-two"), end(1), start(2, "/left")}) {
+        Client agent(port);
+        agent.send(byhand::joined({byhand::initPacket(), records}));
+        agent.finish();
+    }
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.awaitEnd(), 0);
+    const auto requests = program.objects("request");
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0]["outcome"], "ok");
+    EXPECT_EQ(requests[0]["connection"], "2");
+    EXPECT_EQ(requests[1]["why"], "disconnected") << "what nobody has gone on with";
+    const auto agents = program.objects("agent");
+    EXPECT_EQ(std::count_if(agents.begin(), agents.end(),
+                            [](const auto& each) { return each["end"] == "orderly"; }),
+              2);
+    EXPECT_EQ(agents.back()["end"], "cut");
+}
+
 TEST_F(PublishServer, ClosesOnlyTheConnectionThatSendsGarbage) {
     Program program(arguments(), output);
     const int port = program.awaitPort();
