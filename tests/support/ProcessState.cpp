@@ -58,8 +58,10 @@ public:
 class PortalMethodAccess {
 public:
     static void reset() {
-        PortalMethodMgr::getInstance().names_.clear();
-        PortalMethodMgr::getInstance().lastId_ = 0;
+        PortalMethodMgr& methods = PortalMethodMgr::getInstance();
+        for (int i = 1; i <= methods.lastId_; ++i) delete[] methods.names_.get(&methods.ids_[i]);
+        methods.names_.clear();
+        methods.lastId_ = 0;
     }
 };
 
