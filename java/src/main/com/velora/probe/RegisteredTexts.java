@@ -24,7 +24,7 @@ public final class RegisteredTexts {
     }
 
     private static final Entry[] ENTRIES = new Entry[SLOTS];
-    private static int count; // guarded by the class
+    private static volatile int count; // written under the class's lock, read ahead of it: a full table costs no lock
 
     private RegisteredTexts() {
     }
@@ -40,7 +40,7 @@ public final class RegisteredTexts {
                 return entry.number;
             }
         }
-        return register(text);
+        return count == MOST || text.length() > LONGEST ? 0 : register(text);
     }
 
     private static int slotOf(String text) {
@@ -49,7 +49,7 @@ public final class RegisteredTexts {
     }
 
     private static synchronized int register(String text) {
-        if (count == MOST || text.length() > LONGEST) {
+        if (count == MOST) {
             return 0;
         }
         int slot = slotOf(text);
@@ -58,11 +58,9 @@ public final class RegisteredTexts {
                 return ENTRIES[slot].number;
             }
         }
-        int number = Capture.register(text);
-        if (number != 0) {
-            ENTRIES[slot] = new Entry(text, number); // final fields: whoever sees the entry sees it whole
-            count++;
-        }
+        int number = Capture.register(text); // 0 is kept as well: it would be the same again
+        ENTRIES[slot] = new Entry(text, number); // final fields: whoever sees the entry sees it whole
+        count++;
         return number;
     }
 }
